@@ -1,0 +1,12 @@
+// Typed access to the host's work area (layout pinned in layout_checks.cpp).
+#pragma once
+
+#include "vorl.h"
+
+namespace vorl {
+
+inline VORLWorkArea *work_area(const VORLResource *res) {
+    return static_cast<VORLWorkArea *>(res->p_work);
+}
+
+}  // namespace vorl
