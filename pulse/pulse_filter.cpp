@@ -6,6 +6,7 @@
 // earlier and one block later (the second half finishes on the next call).
 #include <cstring>
 
+#include "pulse_stats.h"
 #include "vorl.h"
 
 namespace {
@@ -31,25 +32,6 @@ inline int bit_length(uint32_t v) {
         v >>= 1;
     }
     return n;
-}
-
-// Threshold from the 16-block statistics: mean absolute difference plus
-// eight standard deviations, in integers.
-int32_t long_term_threshold(const CPulseFilter *pf, int ch) {
-    int32_t e = 0;
-    for (int j = 0; j < kStatBlocks; ++j)
-        if (pf->sq_exp[ch][j] > e) e = pf->sq_exp[ch][j];
-    uint32_t t1 = 0, t2 = 0;
-    for (int j = 0; j < kStatBlocks; ++j) {
-        t1 += pf->abs_sum[ch][j];
-        t2 += pf->sq_sum[ch][j] >> (e - pf->sq_exp[ch][j]);
-    }
-    int h = 0;
-    if (t1 >= 65536u && t1 < 0x80000000u) h = bit_length(t1) - 16;
-    const uint32_t mean = t1 >> h;
-    const auto variance = static_cast<int32_t>((t2 >> (12 - e)) - ((mean * mean) >> (24 - 2 * h)));
-    const int32_t r = SqrtInt(variance);
-    return (kDeviations * r + static_cast<int32_t>(t1 / 16)) / 256;
 }
 
 // Completes a patch from the previous call: the falling-window share of the
@@ -79,6 +61,27 @@ void start_patch(int16_t *x, const uint16_t *w, CPulseFilter *pf, int ch, int32_
 }
 
 }  // namespace
+
+namespace vorl::pulse {
+
+int32_t long_term_threshold(const CPulseFilter &pf, int ch) {
+    int32_t e = 0;
+    for (int j = 0; j < kStatBlocks; ++j)
+        if (pf.sq_exp[ch][j] > e) e = pf.sq_exp[ch][j];
+    uint32_t t1 = 0, t2 = 0;
+    for (int j = 0; j < kStatBlocks; ++j) {
+        t1 += pf.abs_sum[ch][j];
+        t2 += pf.sq_sum[ch][j] >> (e - pf.sq_exp[ch][j]);
+    }
+    int h = 0;
+    if (t1 >= 65536u && t1 < 0x80000000u) h = bit_length(t1) - 16;
+    const uint32_t mean = t1 >> h;
+    const auto variance = static_cast<int32_t>((t2 >> (12 - e)) - ((mean * mean) >> (24 - 2 * h)));
+    const int32_t r = SqrtInt(variance);
+    return (kDeviations * r + static_cast<int32_t>(t1 / 16)) / 256;
+}
+
+}  // namespace vorl::pulse
 
 extern "C" {
 
@@ -134,7 +137,7 @@ int32_t sound_pulse_filter_sac(const int16_t * /*in*/, int16_t *x, int32_t ch, s
     pf->sq_sum[ch][b] = sq_sum;
     pf->sq_exp[ch][b] = 2 * shift;
 
-    const int32_t th1 = long_term_threshold(pf, ch);
+    const int32_t th1 = vorl::pulse::long_term_threshold(*pf, ch);
 
     // Peak rule: the judged block must also stand out from the blocks two
     // before (slot q', four calls old) and two after it (the newest).
