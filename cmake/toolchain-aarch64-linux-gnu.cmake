@@ -12,8 +12,17 @@ set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(VORL_AARCH64_TRIPLE aarch64-linux-gnu)
 set(VORL_AARCH64_SYSROOT /usr/${VORL_AARCH64_TRIPLE})
 
-set(CMAKE_C_COMPILER ${VORL_AARCH64_TRIPLE}-gcc)
-set(CMAKE_CXX_COMPILER ${VORL_AARCH64_TRIPLE}-g++)
+if(VORL_AARCH64_USE_CLANG)
+  # toolchain-aarch64-linux-clang.cmake: clang, the Android NDK's compiler,
+  # with the same sysroot, GNU libstdc++ and binutils.
+  set(CMAKE_C_COMPILER clang)
+  set(CMAKE_CXX_COMPILER clang++)
+  set(CMAKE_C_COMPILER_TARGET ${VORL_AARCH64_TRIPLE})
+  set(CMAKE_CXX_COMPILER_TARGET ${VORL_AARCH64_TRIPLE})
+else()
+  set(CMAKE_C_COMPILER ${VORL_AARCH64_TRIPLE}-gcc)
+  set(CMAKE_CXX_COMPILER ${VORL_AARCH64_TRIPLE}-g++)
+endif()
 
 # Libraries and headers of the target come from the cross sysroot only;
 # programs (cmake helpers, python) from the build machine.
