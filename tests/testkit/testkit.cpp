@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -90,6 +91,76 @@ std::string digest(const void *data, size_t size) {
     char text[17];
     std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(h));
     return text;
+}
+
+}  // namespace vorl::testkit
+
+namespace vorl::testkit {
+
+namespace {
+const float kTwoPi = 6.28318530718f;
+
+int16_t clip16(float v) {
+    if (v > 32767.0f) return 32767;
+    if (v < -32768.0f) return -32768;
+    return static_cast<int16_t>(v);
+}
+}  // namespace
+
+Recording synthetic_recording(int blocks, uint32_t seed) {
+    Recording rec;
+    rec.zoom.assign(blocks, 0);
+    rec.wind.assign(blocks, 0);
+    for (int b = 0; b < blocks; ++b) {
+        const float pos = static_cast<float>(b) / static_cast<float>(blocks);
+        if (pos >= 0.30f && pos < 0.45f) rec.zoom[b] = 1;
+        if (pos >= 0.60f && pos < 0.72f) rec.zoom[b] = 2;
+        if (pos >= 0.80f && pos < 0.90f) rec.wind[b] = 1;
+    }
+    const size_t frames = static_cast<size_t>(blocks) * 256;
+    std::vector<float> far(frames + 3);
+    for (size_t n = 0; n < far.size(); ++n) {
+        const float t = static_cast<float>(n) / 48000.0f;
+        far[n] = 1800.0f * std::sin(kTwoPi * 440.0f * t) + 900.0f * std::sin(kTwoPi * 1250.0f * t + 1.0f) +
+                 500.0f * std::sin(kTwoPi * 3100.0f * t) * std::sin(kTwoPi * 2.0f * t);
+    }
+    Noise noise(seed);
+    float rumble[2] = {0.0f, 0.0f};
+    rec.interleaved.resize(2 * frames);
+    for (size_t n = 0; n < frames; ++n) {
+        const size_t b = n / 256;
+        const float t = static_cast<float>(n) / 48000.0f;
+        for (int ch = 0; ch < 2; ++ch) {
+            float v = far[n + (ch ? 0 : 3)] + 30.0f * noise.uniform();
+            if (rec.zoom[b] != 0) {
+                const float f0 = rec.zoom[b] == 1 ? 2300.0f : 1900.0f;  // whine of each direction
+                v += (ch ? 700.0f : 450.0f) * std::sin(kTwoPi * f0 * t + (ch ? 0.0f : 2.0f));
+                v += (ch ? 250.0f : 380.0f) * std::sin(kTwoPi * 2.0f * f0 * t);
+                v += 250.0f * noise.uniform();
+                if (n % 1920 == (ch ? 7u : 0u)) v += ch ? -9000.0f : 12000.0f;  // gear click
+            }
+            if (rec.wind[b] != 0) {
+                rumble[ch] = 0.995f * rumble[ch] + 60.0f * noise.uniform();
+                v += rumble[ch];
+            }
+            rec.interleaved[2 * n + ch] = clip16(v);
+        }
+    }
+    return rec;
+}
+
+std::vector<int16_t> process(Host &host, const Recording &rec) {
+    std::vector<int16_t> out(rec.interleaved.size());
+    int16_t left[256], right[256];
+    for (size_t b = 0; b < rec.blocks(); ++b) {
+        for (int i = 0; i < 256; ++i) {
+            left[i] = rec.interleaved[b * 512 + 2 * i];
+            right[i] = rec.interleaved[b * 512 + 2 * i + 1];
+        }
+        VORLSetDriveState(&host.res, rec.zoom[b], 0, rec.wind[b]);
+        host.block(left, right, &out[b * 512]);
+    }
+    return out;
 }
 
 }  // namespace vorl::testkit

@@ -77,3 +77,22 @@ std::string digest(const std::vector<T> &v) {
 }
 
 }  // namespace vorl::testkit
+
+namespace vorl::testkit {
+
+// A synthetic stereo recording with its per-block drive words: far-field
+// tones identical in both channels up to a 3-sample delay, independent hiss,
+// two zoom drives (one per direction) with motor whine and gear clicks that
+// differ between the channels, and a stretch of wind rumble.
+struct Recording {
+    std::vector<int16_t> interleaved;  // whole blocks of 256 frames
+    std::vector<uint32_t> zoom, wind;  // per block
+    size_t blocks() const { return zoom.size(); }
+};
+Recording synthetic_recording(int blocks, uint32_t seed);
+
+// Runs a recording through a host block by block, setting the drive words
+// of each block with VORLSetDriveState; returns the raw (delayed) output.
+std::vector<int16_t> process(Host &host, const Recording &rec);
+
+}  // namespace vorl::testkit
