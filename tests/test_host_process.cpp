@@ -1,0 +1,180 @@
+// Processing entry points end to end: status codes, the 768-frame delay,
+// transparency with suppression off, drive words and the pulse switch, the
+// ring shift, and the learned table's save with its count.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "table_builder.h"
+#include "testkit.h"
+#include "vorl.h"
+
+namespace {
+
+using vorl::tablekit::reference_table;
+using vorl::tablekit::seal;
+using vorl::testkit::Host;
+
+// Suppression, background and equaliser slope off; no gain smoothing.
+st_vorl_tbl transparent_table() {
+    st_vorl_tbl t = reference_table();
+    t.st_vorl.bn_proc_flag = 0;
+    t.st_vorl.zn_proc_flag = 0;
+    t.st_vorl.nr_gain_sm_coef = 0.0f;
+    seal(t);
+    return t;
+}
+
+TEST(HostProcess, StatusCodesOfTableLoading) {
+    Host ok(reference_table());
+    EXPECT_EQ(ok.pre_process(), VORL_OK);
+
+    Host missing(reference_table());
+    missing.res.p_tbl_path = "/nonexistent/table.bin";
+    EXPECT_EQ(missing.pre_process(), VORL_ERR_TBL_OPEN);
+
+    st_vorl_tbl changed = reference_table();
+    changed.st_vorl.over_est += 1.0f;  // one word changed, checksum not renewed
+    Host bad_sum(changed);
+    EXPECT_EQ(bad_sum.pre_process(), VORL_ERR_CHECKSUM);
+
+    st_vorl_tbl old = reference_table();
+    old.tbl_version = 0x01020000;
+    seal(old);
+    Host bad_version(old);
+    bad_version.work().hdr.zoom_state = 2;
+    EXPECT_EQ(bad_version.pre_process(), VORL_ERR_VERSION);
+    EXPECT_EQ(bad_version.work().ws.st_vorl.over_est, old.st_vorl.over_est);  // set up all the same
+    EXPECT_NE(bad_version.work().inst.zoom_state, 2u);                         // hand-over skipped
+
+    st_vorl_tbl zeros;
+    std::memset(&zeros, 0, sizeof zeros);
+    Host all_zero(zeros);
+    EXPECT_EQ(all_zero.pre_process(), VORL_ERR_VERSION);  // sum 0 matches, version does not
+}
+
+TEST(HostProcess, BlocksComeOutThreeCallsLaterUnchangedWhenNothingIsSuppressed) {
+    Host host(transparent_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    vorl::testkit::Noise noise(17);
+    const int blocks = 40;
+    std::vector<int16_t> in(blocks * 512);
+    for (int16_t &x : in) x = static_cast<int16_t>(noise.uniform() * 20000);
+    const std::vector<int16_t> out = host.run(in);
+    for (int n = 0; n < 768; ++n) ASSERT_EQ(out[2 * n] | out[2 * n + 1], 0) << n;  // silent history
+    for (size_t i = 2 * 768; i < out.size(); ++i) ASSERT_LE(std::abs(out[i] - in[i - 2 * 768]), 1) << i;
+}
+
+TEST(HostProcess, DriveWordsLastUntilTheHostChangesThem) {
+    Host host(reference_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    const std::vector<int16_t> silence(512, 0);
+    VORLSetDriveState(&host.res, 1, 3, 1);
+    host.run(silence);
+    host.run(silence);
+    EXPECT_EQ(host.work().hdr.zoom_state, 1u);
+    EXPECT_EQ(host.work().inst.zoom_state, 1u);
+    EXPECT_EQ(host.work().inst.af_state, 3u);
+    EXPECT_EQ(host.work().inst.wind_state, 1u);
+    EXPECT_EQ(host.ws().z_frame_cnt, 2);
+    host.work().hdr.zoom_state = 0;  // writing the record directly works the same
+    host.run(silence);
+    EXPECT_EQ(host.ws().z_frame_cnt, 0);
+}
+
+TEST(HostProcess, PulseFilterRunsExactlyWhenItsSwitchIsSet) {
+    Host host(reference_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    const std::vector<int16_t> silence(3 * 512, 0);
+    host.run(silence);
+    EXPECT_EQ(host.work().pulse.blk_pos[0], 0);
+    host.work().pulse_proc_flag = 0x80000000u;
+    host.run(silence);
+    EXPECT_EQ(host.work().pulse.blk_pos[0], 3);
+    EXPECT_EQ(host.work().pulse.blk_pos[1], 3);
+}
+
+TEST(HostProcess, RingsMoveDownOneBlockAndKeepTheNewestBlock) {
+    Host host(reference_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    for (int i = 0; i < 256; ++i) {
+        host.res.p_in_ch0[i] = static_cast<int16_t>(i + 1);
+        host.res.p_in_ch1[i] = static_cast<int16_t>(-i - 1);
+    }
+    VORLEnterLibrary(&host.res);
+    for (int i = 0; i < 256; ++i) {
+        ASSERT_EQ(host.work().ring[0][512 + i], i + 1);
+        ASSERT_EQ(host.work().ring[0][768 + i], i + 1);  // still there until overwritten
+        ASSERT_EQ(host.work().ring[1][512 + i], -i - 1);
+    }
+}
+
+TEST(HostProcess, PostProcessSavesAPassingTableWithItsCountEveryTime) {
+    st_vorl_tbl t = reference_table();
+    t.tbl_cnt = 10;
+    seal(t);
+    Host host(t);
+    ASSERT_EQ(host.pre_process(), 0);
+    EXPECT_EQ(sound_vorl_get_tbl_cnt_info(&host.work().hdr), 10u);
+    EXPECT_EQ(sound_vorl_info_get(&host.work().inst), 0u);
+    host.ws().st_vorl.zspec_comp_coef_f_LR_d[0][4] = 0.01f;  // as if learned
+    host.work().inst.learn_cnt = 3;
+    ASSERT_EQ(VORLPostProcess(&host.res), 0);
+    st_vorl_tbl saved;
+    ASSERT_EQ(sound_vorl_read_tbl(host.table_file.path().c_str(), &saved), 0);
+    EXPECT_EQ(saved.tbl_cnt, 13u);
+    EXPECT_EQ(saved.st_vorl.zspec_comp_coef_f_LR_d[0][4], 0.01f);
+    EXPECT_EQ(saved.check_sum, vorl::tablekit::checksum(saved));
+    ASSERT_EQ(VORLPostProcess(&host.res), 0);  // the count is added again
+    ASSERT_EQ(sound_vorl_read_tbl(host.table_file.path().c_str(), &saved), 0);
+    EXPECT_EQ(saved.tbl_cnt, 16u);
+}
+
+TEST(HostProcess, FailingCheckRewritesTheFileByteForByte) {
+    Host host(reference_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    const std::vector<unsigned char> before = vorl::testkit::read_file(host.table_file.path());
+    host.ws().st_vorl.zspec_comp_coef_f_LR_d_max[1][6] = 0.1f;  // learned curve now too high
+    host.ws().st_vorl.over_est = 7.0f;
+    host.work().inst.learn_cnt = 5;
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(VORLPostProcess(&host.res), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "4:6\n");
+    EXPECT_EQ(vorl::testkit::read_file(host.table_file.path()), before);
+    EXPECT_EQ(sound_vorl_comp_check_sum(&host.work().hdr), 0);
+}
+
+TEST(HostProcess, UnwritableTablePathStillReportsSuccess) {
+    char dir[] = "/tmp/vorl-gone-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/table.bin";
+    const st_vorl_tbl t = reference_table();
+    vorl::testkit::write_table(path, t);
+    Host host(t);
+    host.res.p_tbl_path = path.c_str();
+    ASSERT_EQ(host.pre_process(), 0);
+    std::remove(path.c_str());
+    rmdir(dir);
+    EXPECT_EQ(VORLPostProcess(&host.res), 0);
+    struct stat st;
+    EXPECT_NE(stat(path.c_str(), &st), 0);
+}
+
+TEST(HostProcess, SecondPreProcessRestartsTheEngineButKeepsTheRings) {
+    Host host(reference_table());
+    ASSERT_EQ(host.pre_process(), 0);
+    std::vector<int16_t> loud(4 * 512, 5000);
+    host.run(loud);
+    host.ws().st_vorl.over_est = 9.0f;
+    ASSERT_EQ(host.pre_process(), 0);
+    EXPECT_EQ(host.ws().st_vorl.over_est, reference_table().st_vorl.over_est);
+    EXPECT_EQ(host.work().ring[0][0], 5000);
+    EXPECT_NE(host.work().out[300][0], 0);
+}
+
+}  // namespace
