@@ -96,10 +96,11 @@ void write_field(std::string &out, const Field &f, const unsigned char *base, co
 
 float parse_f32(const json &v, const std::string &where) {
     if (v.is_number()) {
+        // From FLT_MAX plus half a step on, a double rounds to infinity.
         const double d = v.get<double>();
-        const float f = static_cast<float>(d);
-        if (std::isinf(f)) fail(where, "number out of the float range (write \"inf\" for infinity)");
-        return f;
+        if (!(std::fabs(d) < 0x1.ffffffp127))
+            fail(where, "number out of the float range (write \"inf\" for infinity)");
+        return static_cast<float>(d);
     }
     if (v.is_string()) {
         const std::string s = v.get<std::string>();

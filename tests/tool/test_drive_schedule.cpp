@@ -1,0 +1,74 @@
+// How drive ranges and drive files map onto 256-frame blocks.
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "cli.h"
+#include "drive_schedule.h"
+
+namespace vorl {
+namespace {
+
+TEST(DriveSchedule, ABlockIsDrivenWhenItsFirstFrameIsInTheRange) {
+    DriveSchedule s;
+    s.add_zoom_in("0.5-1", "zoom-in");  // 48 kHz: frames 24000 .. 47999
+    s.add_zoom_out("2-2.1,3-3.01", "zoom-out");
+    s.add_wind("0-0.5", "wind");
+    EXPECT_EQ(s.at(93, 48000).zoom, 0u);   // starts at frame 23808
+    EXPECT_EQ(s.at(94, 48000).zoom, 1u);   // 24064: the first block inside
+    EXPECT_EQ(s.at(187, 48000).zoom, 1u);  // 47872
+    EXPECT_EQ(s.at(188, 48000).zoom, 0u);  // 48128
+    EXPECT_EQ(s.at(375, 48000).zoom, 2u);  // exactly 2.0 s
+    EXPECT_EQ(s.at(563, 48000).zoom, 2u);  // second range of the same option
+    EXPECT_EQ(s.at(0, 48000).wind, 1u);
+    EXPECT_EQ(s.at(93, 48000).wind, 1u);
+    EXPECT_EQ(s.at(94, 48000).wind, 0u);
+    EXPECT_TRUE(s.at(100, 48000).driven());
+    EXPECT_FALSE(s.at(50, 48000).driven());
+    EXPECT_EQ(s.at(94, 44100).zoom, 1u);  // 0.546 s at 44.1 kHz
+    EXPECT_EQ(s.at(86, 44100).zoom, 0u);  // 0.4993 s: outside
+}
+
+TEST(DriveSchedule, MalformedRangesAndOverlappingDirectionsAreUsageErrors) {
+    for (const char *bad : {"", "1", "1-", "-2", "2-1", "1-1", "a-b", "1-2,", "1-2;3-4", "-1-2"}) {
+        DriveSchedule s;
+        try {
+            s.add_zoom_in(bad, "zoom-in");
+            ADD_FAILURE() << "accepted \"" << bad << "\"";
+        } catch (const cli::Failure &f) {
+            EXPECT_EQ(f.exit_code, cli::kExitUsage) << bad;
+        }
+    }
+    DriveSchedule s;
+    s.add_zoom_in("1-3", "zoom-in");
+    s.add_zoom_out("3-4", "zoom-out");  // touching, not overlapping
+    EXPECT_NO_THROW(s.check_conflicts());
+    s.add_zoom_out("2.9-3.5", "zoom-out");
+    EXPECT_THROW(s.check_conflicts(), cli::Failure);
+}
+
+TEST(DriveSchedule, DriveFileLinesAreBlocksAndErrorsNameTheLine) {
+    const std::string path = ::testing::TempDir() + "drive.txt";
+    std::ofstream(path) << "# zoom af wind\n0 0 0\n\n1 0 1\n2 7 0\n";
+    const DriveSchedule s = DriveSchedule::from_file(path);
+    EXPECT_EQ(s.file_blocks(), 3u);
+    EXPECT_EQ(s.at(1, 48000).zoom, 1u);
+    EXPECT_EQ(s.at(1, 48000).wind, 1u);
+    EXPECT_EQ(s.at(2, 48000).af, 7u);
+    EXPECT_FALSE(s.at(3, 48000).driven());  // past the end: idle
+
+    for (const char *bad : {"3 0 0", "1 0 2", "1 0", "1 0 0 0", "x 0 0", "-1 0 0", "1 0 4294967296"}) {
+        std::ofstream(path) << "0 0 0\n" << bad << "\n";
+        try {
+            DriveSchedule::from_file(path);
+            ADD_FAILURE() << "accepted \"" << bad << "\"";
+        } catch (const cli::Failure &f) {
+            EXPECT_EQ(f.exit_code, cli::kExitInput);
+            EXPECT_NE(std::string(f.what()).find(path + ":2: "), std::string::npos) << f.what();
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vorl

@@ -1,0 +1,189 @@
+#include "demo_signals.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace demo {
+
+double Random::uniform() {
+    state_ ^= state_ >> 12;
+    state_ ^= state_ << 25;
+    state_ ^= state_ >> 27;
+    return static_cast<double>((state_ * 0x2545F4914F6CDD1Dull) >> 11) * (1.0 / 9007199254740992.0);
+}
+
+double Random::gaussian() {  // Box-Muller, one value per call
+    const double u = 1.0 - uniform(), v = uniform();
+    return std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * kPi * v);
+}
+
+BandPass::BandPass(double freq, double q) {
+    const double w = 2.0 * kPi * freq / kRate, alpha = std::sin(w) / (2.0 * q), a0 = 1.0 + alpha;
+    b0_ = alpha / a0;
+    b2_ = -alpha / a0;
+    a1_ = -2.0 * std::cos(w) / a0;
+    a2_ = (1.0 - alpha) / a0;
+}
+
+double BandPass::step(double x) {
+    const double y = b0_ * x + b2_ * x2_ - a1_ * y1_ - a2_ * y2_;
+    x2_ = x1_;
+    x1_ = x;
+    y2_ = y1_;
+    y1_ = y;
+    return y;
+}
+
+LowPass::LowPass(double freq) : a_(1.0 - std::exp(-2.0 * kPi * freq / kRate)) {}
+double LowPass::step(double x) { return y_ += a_ * (x - y_); }
+
+Signal far_field(std::size_t frames, Random &rng) {
+    Signal out(frames, 0.0);
+    // A plucked melody on an A minor pentatonic scale: phrases of 1.5-3 s
+    // with notes of 0.2-0.6 s, and rests of 0.4-1 s between the phrases.
+    const double scale[] = {220.0, 261.63, 293.66, 329.63, 392.0, 440.0, 523.25, 587.33};
+    std::size_t start = 0;
+    std::size_t phrase_end = static_cast<std::size_t>((1.5 + 1.5 * rng.uniform()) * kRate);
+    while (start < frames) {
+        const double f0 = scale[static_cast<int>(rng.uniform() * 8)];
+        const std::size_t length = static_cast<std::size_t>((0.2 + 0.4 * rng.uniform()) * kRate);
+        const double level = 0.05 + 0.05 * rng.uniform();
+        for (std::size_t n = start; n < std::min(frames, start + length); ++n) {
+            const double t = static_cast<double>(n - start) / kRate;
+            const double env = (1.0 - std::exp(-t / 0.004)) * std::exp(-t / 0.35);
+            double v = 0.0;
+            for (int k = 1; k <= 10; ++k) {
+                if (k * f0 > 15000.0) break;
+                v += std::sin(2.0 * kPi * k * f0 * t) / (k * std::sqrt(static_cast<double>(k))) *
+                     std::exp(-t * k * 1.5);
+            }
+            out[n] += level * env * v;
+        }
+        start += static_cast<std::size_t>(length * (0.6 + 0.3 * rng.uniform()));  // notes overlap a little
+        if (start >= phrase_end) {
+            start += static_cast<std::size_t>((0.4 + 0.6 * rng.uniform()) * kRate);
+            phrase_end = start + static_cast<std::size_t>((1.5 + 1.5 * rng.uniform()) * kRate);
+        }
+    }
+    const Signal tone = room_tone(frames, rng);
+    for (std::size_t n = 0; n < frames; ++n) out[n] += tone[n];
+    return out;
+}
+
+Signal room_tone(std::size_t frames, Random &rng) {
+    Signal out(frames);
+    LowPass tone(2000.0);
+    for (double &v : out) v = 0.0015 * tone.step(rng.gaussian());
+    return out;
+}
+
+Signal fractional_delay(const Signal &x, double delay) {
+    constexpr int kHalf = 24;
+    double taps[2 * kHalf + 1];
+    for (int k = -kHalf; k <= kHalf; ++k) {
+        const double t = k - delay;
+        const double sinc = std::abs(t) < 1e-12 ? 1.0 : std::sin(kPi * t) / (kPi * t);
+        const double window = 0.42 + 0.5 * std::cos(kPi * t / (kHalf + 1)) + 0.08 * std::cos(2.0 * kPi * t / (kHalf + 1));
+        taps[k + kHalf] = sinc * window;
+    }
+    Signal out(x.size(), 0.0);
+    for (std::size_t n = 0; n < x.size(); ++n) {
+        double acc = 0.0;
+        for (int k = -kHalf; k <= kHalf; ++k) {
+            const long i = static_cast<long>(n) - k;
+            if (i >= 0 && i < static_cast<long>(x.size())) acc += taps[k + kHalf] * x[static_cast<std::size_t>(i)];
+        }
+        out[n] = acc;
+    }
+    return out;
+}
+
+MotorPath motor_path(Random &rng) {
+    MotorPath p{};
+    double energy = 0.0;
+    for (double &tap : p.taps) {
+        tap = rng.gaussian() * std::exp(-(&tap - p.taps) / 4.0);
+        energy += tap * tap;
+    }
+    for (double &tap : p.taps) tap /= std::sqrt(energy);  // unit power gain on average
+    p.click_freq = 2500.0 + 2500.0 * rng.uniform();
+    p.click_gain = 0.7 + 0.6 * rng.uniform();
+    return p;
+}
+
+namespace {
+
+// Gain and phase of a path at a frequency.
+void response(const MotorPath &p, double freq, double &gain, double &phase) {
+    double re = 0.0, im = 0.0;
+    for (int n = 0; n < 16; ++n) {
+        re += p.taps[n] * std::cos(2.0 * kPi * freq * n / kRate);
+        im -= p.taps[n] * std::sin(2.0 * kPi * freq * n / kRate);
+    }
+    gain = std::sqrt(re * re + im * im);
+    phase = std::atan2(im, re);
+}
+
+}  // namespace
+
+void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t begin, std::size_t end,
+               double speed_hz, Random &rng) {
+    constexpr double kWhine = 0.028, kClick = 0.28, kHiss = 0.011, kRumble = 0.008;
+    constexpr double kRamp = 0.015 * kRate;  // the motor spins up and down in 15 ms
+    constexpr int kHarmonics = 6;
+    double gain[2][kHarmonics], shift[2][kHarmonics];
+    for (int c = 0; c < 2; ++c) {
+        // The whine keeps its level whatever the path does to single harmonics.
+        double sum = 0.0, expected = 0.0;
+        for (int k = 0; k < kHarmonics; ++k) {
+            response(path[c], (k + 1) * speed_hz, gain[c][k], shift[c][k]);
+            sum += gain[c][k] * gain[c][k] / ((k + 1.0) * (k + 1.0));
+            expected += 1.0 / ((k + 1.0) * (k + 1.0));
+        }
+        for (double &g : gain[c]) g *= std::sqrt(expected / sum);
+    }
+    BandPass click_res[2] = {BandPass(path[0].click_freq, 6.0), BandPass(path[1].click_freq, 6.0)};
+    LowPass hiss_lp[2] = {LowPass(9000.0), LowPass(9000.0)};
+    BandPass rumble(180.0, 1.5);
+    Signal *out[2] = {&left, &right};
+    double phase = 0.0, next_click = 0.0;
+    const double wobble_rate = 3.0 + 2.0 * rng.uniform();
+    for (std::size_t n = begin; n < end; ++n) {
+        const double t = static_cast<double>(n - begin);
+        const double ramp = std::min({1.0, t / kRamp, static_cast<double>(end - n) / kRamp});
+        const double speed = speed_hz * (1.0 + 0.02 * std::sin(2.0 * kPi * wobble_rate * t / kRate));
+        phase += 2.0 * kPi * speed / kRate;
+        // A gear tooth strikes about every eighth revolution, a little irregularly.
+        double click = 0.0;
+        if (t >= next_click) {
+            click = 1.0 + 0.5 * rng.gaussian();
+            next_click = t + kRate * 8.0 / speed * (0.8 + 0.4 * rng.uniform());
+        }
+        const double common = kRumble * rumble.step(rng.gaussian());
+        for (int c = 0; c < 2; ++c) {
+            double whine = 0.0;
+            for (int k = 0; k < kHarmonics; ++k)
+                whine += gain[c][k] / (k + 1.0) * std::sin((k + 1) * phase + shift[c][k]);
+            const double v = kWhine * whine + kClick * path[c].click_gain * click_res[c].step(click) +
+                             kHiss * hiss_lp[c].step(rng.gaussian()) + common;
+            (*out[c])[n] += ramp * v;
+        }
+    }
+}
+
+void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, Random &rng) {
+    constexpr double kLevel = 0.3;
+    LowPass lp[2][2] = {{LowPass(120.0), LowPass(120.0)}, {LowPass(120.0), LowPass(120.0)}};
+    LowPass gust(0.8);
+    Signal *out[2] = {&left, &right};
+    const double fade = 0.3 * kRate;
+    for (std::size_t n = begin; n < end; ++n) {
+        const double t = static_cast<double>(n - begin);
+        const double edge = std::min({1.0, t / fade, static_cast<double>(end - n) / fade});
+        const double strength = 0.6 + 0.4 * std::tanh(8.0 * gust.step(rng.gaussian()));
+        for (int c = 0; c < 2; ++c) (*out[c])[n] += kLevel * edge * strength * lp[c][1].step(lp[c][0].step(rng.gaussian()));
+    }
+}
+
+}  // namespace demo

@@ -1,0 +1,76 @@
+#include "cli.h"
+
+#include <cstdio>
+
+namespace vorl::cli {
+
+void usage_error(const std::string &message) { throw Failure(kExitUsage, message); }
+void input_error(const std::string &message) { throw Failure(kExitInput, message); }
+
+void warn(const std::string &message) { std::fprintf(stderr, "vorl: warning: %s\n", message.c_str()); }
+
+std::string ParsedArgs::value(const std::string &name) const {
+    auto it = values.find(name);
+    return it == values.end() || it->second.empty() ? std::string() : it->second.back();
+}
+
+const std::vector<std::string> &ParsedArgs::all(const std::string &name) const {
+    static const std::vector<std::string> none;
+    auto it = values.find(name);
+    return it == values.end() ? none : it->second;
+}
+
+ParsedArgs parse_args(int argc, char **argv, int first, const std::vector<OptionDef> &defs,
+                      const std::string &command) {
+    ParsedArgs out;
+    bool options_done = false;
+    for (int i = first; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (options_done || arg.size() < 2 || arg[0] != '-') {
+            out.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            options_done = true;
+            continue;
+        }
+        if (arg == "-h" || arg == "--help") {
+            out.help = true;
+            continue;
+        }
+        std::string name, value;
+        bool has_inline_value = false;
+        const OptionDef *def = nullptr;
+        if (arg[1] == '-') {
+            const auto eq = arg.find('=');
+            name = arg.substr(2, eq == std::string::npos ? std::string::npos : eq - 2);
+            if (eq != std::string::npos) {
+                value = arg.substr(eq + 1);
+                has_inline_value = true;
+            }
+            for (const auto &s : defs)
+                if (s.name == name) def = &s;
+        } else if (arg.size() == 2) {
+            for (const auto &s : defs)
+                if (s.short_name == arg[1]) def = &s;
+        }
+        if (def == nullptr) usage_error("unknown option " + arg + " (see: vorl " + command + " --help)");
+        if (def->takes_value && !has_inline_value) {
+            if (i + 1 >= argc) usage_error("option --" + def->name + " needs a value (see: vorl " + command + " --help)");
+            value = argv[++i];
+        } else if (!def->takes_value && has_inline_value) {
+            usage_error("option --" + def->name + " takes no value");
+        }
+        out.values[def->name].push_back(value);
+    }
+    return out;
+}
+
+void expect_positional(const ParsedArgs &args, std::size_t n, const std::string &command,
+                       const std::string &synopsis) {
+    if (args.positional.size() != n)
+        usage_error(std::string(args.positional.size() < n ? "missing" : "too many") +
+                    " arguments; usage: vorl " + command + " " + synopsis);
+}
+
+}  // namespace vorl::cli

@@ -1,0 +1,54 @@
+// Command-line plumbing shared by the commands: the two kinds of failure
+// with their exit codes, and a small option parser in the style of sox and
+// ffmpeg (options before or after the file names, --opt VALUE or --opt=VALUE).
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace vorl::cli {
+
+enum ExitCode { kExitOk = 0, kExitUsage = 1, kExitInput = 2 };
+
+// A failure with the exit code it ends the program with. The message names
+// the file and the problem; main prefixes it with "vorl: ".
+struct Failure : std::runtime_error {
+    Failure(int code, const std::string &message) : std::runtime_error(message), exit_code(code) {}
+    int exit_code;
+};
+
+[[noreturn]] void usage_error(const std::string &message);
+[[noreturn]] void input_error(const std::string &message);
+
+struct OptionDef {
+    std::string name;        // long name without dashes, e.g. "table"
+    bool takes_value = false;
+    char short_name = 0;     // e.g. 'q' for -q
+};
+
+struct ParsedArgs {
+    std::vector<std::string> positional;
+    std::map<std::string, std::vector<std::string>> values;  // every occurrence
+    bool help = false;
+
+    bool has(const std::string &name) const { return values.count(name) != 0; }
+    // The value of an option given at most once; "" if absent.
+    std::string value(const std::string &name) const;
+    const std::vector<std::string> &all(const std::string &name) const;
+};
+
+// Parses argv[first..argc). "-h"/"--help" set `help`; "--" ends the options.
+// Unknown options and missing values are usage errors naming `command`.
+ParsedArgs parse_args(int argc, char **argv, int first, const std::vector<OptionDef> &defs,
+                      const std::string &command);
+
+// Requires exactly `n` positional arguments, named in the error message.
+void expect_positional(const ParsedArgs &args, std::size_t n, const std::string &command,
+                       const std::string &synopsis);
+
+// Warnings and notes go to stderr, prefixed like errors.
+void warn(const std::string &message);
+
+}  // namespace vorl::cli

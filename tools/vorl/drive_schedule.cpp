@@ -1,0 +1,124 @@
+#include "drive_schedule.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "cli.h"
+
+namespace vorl {
+
+namespace {
+
+bool covers(const std::vector<TimeRange> &ranges, double t) {
+    for (const TimeRange &r : ranges)
+        if (r.start <= t && t < r.end) return true;
+    return false;
+}
+
+std::string describe(const TimeRange &r) {
+    std::ostringstream s;
+    s << r.start << "-" << r.end;
+    return s.str();
+}
+
+bool parse_seconds(const std::string &text, double &out) {
+    if (text.empty()) return false;
+    char *end = nullptr;
+    errno = 0;
+    out = std::strtod(text.c_str(), &end);
+    return errno == 0 && *end == '\0' && std::isfinite(out) && out >= 0.0;
+}
+
+// A non-negative integer field of a drive-file line.
+bool parse_word(std::istringstream &in, uint64_t &out) {
+    std::string tok;
+    if (!(in >> tok)) return false;
+    char *end = nullptr;
+    errno = 0;
+    out = std::strtoull(tok.c_str(), &end, 10);
+    return errno == 0 && *end == '\0' && tok[0] != '-' && out <= UINT32_MAX;
+}
+
+}  // namespace
+
+std::vector<TimeRange> parse_ranges(const std::string &value, const std::string &option) {
+    std::vector<TimeRange> out;
+    std::size_t begin = 0;
+    while (true) {  // every comma-separated item, empty ones included
+        const std::size_t comma = value.find(',', begin);
+        const std::string item = value.substr(begin, comma == std::string::npos ? std::string::npos : comma - begin);
+        const auto dash = item.find('-');
+        TimeRange r{};
+        if (dash == std::string::npos || !parse_seconds(item.substr(0, dash), r.start) ||
+            !parse_seconds(item.substr(dash + 1), r.end))
+            cli::usage_error("--" + option + " " + value + ": expected START-END in seconds, e.g. 1.5-3.2");
+        if (!(r.start < r.end))
+            cli::usage_error("--" + option + " " + value + ": range " + item + " ends before it starts");
+        out.push_back(r);
+        if (comma == std::string::npos) return out;
+        begin = comma + 1;
+    }
+}
+
+DriveSchedule DriveSchedule::from_file(const std::string &path) {
+    std::ifstream in(path);
+    if (!in) cli::input_error(path + ": cannot open drive file");
+    DriveSchedule s;
+    s.file_given_ = true;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const auto first = line.find_first_not_of(" \t\r");
+        if (first == std::string::npos || line[first] == '#') continue;
+        std::istringstream fields(line);
+        uint64_t zoom, af, wind;
+        std::string extra;
+        const std::string where = path + ":" + std::to_string(number) + ": ";
+        if (!parse_word(fields, zoom) || !parse_word(fields, af) || !parse_word(fields, wind) || (fields >> extra))
+            cli::input_error(where + "expected three non-negative integers \"zoom af wind\", found \"" + line + "\"");
+        if (zoom > 2) cli::input_error(where + "zoom must be 0 (idle), 1 (zoom-in) or 2 (zoom-out), found " + std::to_string(zoom));
+        if (wind > 1) cli::input_error(where + "wind must be 0 or 1, found " + std::to_string(wind));
+        s.by_block_.push_back({static_cast<uint32_t>(zoom), static_cast<uint32_t>(af), static_cast<uint32_t>(wind)});
+    }
+    if (in.bad()) cli::input_error(path + ": cannot read drive file");
+    return s;
+}
+
+void DriveSchedule::add_zoom_in(const std::string &v, const std::string &o) {
+    for (const auto &r : parse_ranges(v, o)) zoom_in_.push_back(r);
+}
+void DriveSchedule::add_zoom_out(const std::string &v, const std::string &o) {
+    for (const auto &r : parse_ranges(v, o)) zoom_out_.push_back(r);
+}
+void DriveSchedule::add_af(const std::string &v, const std::string &o) {
+    for (const auto &r : parse_ranges(v, o)) af_.push_back(r);
+}
+void DriveSchedule::add_wind(const std::string &v, const std::string &o) {
+    for (const auto &r : parse_ranges(v, o)) wind_.push_back(r);
+}
+
+void DriveSchedule::check_conflicts() const {
+    for (const TimeRange &a : zoom_in_)
+        for (const TimeRange &b : zoom_out_)
+            if (a.start < b.end && b.start < a.end)
+                cli::usage_error("--zoom-in " + describe(a) + " overlaps --zoom-out " + describe(b) +
+                                 ": the zoom drives one way at a time");
+}
+
+DriveWords DriveSchedule::at(int64_t block, double rate) const {
+    if (file_given_) {
+        if (block < 0 || static_cast<std::size_t>(block) >= by_block_.size()) return {};
+        return by_block_[static_cast<std::size_t>(block)];
+    }
+    const double t = static_cast<double>(block) * 256.0 / rate;  // the block's first frame
+    DriveWords w;
+    if (covers(zoom_in_, t)) w.zoom = 1;
+    if (covers(zoom_out_, t)) w.zoom = 2;
+    w.af = covers(af_, t) ? 1 : 0;
+    w.wind = covers(wind_, t) ? 1 : 0;
+    return w;
+}
+
+}  // namespace vorl

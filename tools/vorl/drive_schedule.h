@@ -1,0 +1,59 @@
+// Which lens drive runs in which 256-frame block: from a drive file (one
+// line "zoom af wind" per block) or from time ranges given in seconds.
+//
+// A block is driven by a range when its first frame lies inside the range:
+// block b (frames 256b .. 256b+255) is driven by start-end when
+// start <= 256b / rate < end.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vorl {
+
+struct DriveWords {
+    uint32_t zoom = 0;  // 0 idle, 1 zoom-in ("WT" template), 2 zoom-out ("TW")
+    uint32_t af = 0;    // autofocus drive
+    uint32_t wind = 0;  // 1 while wind is present
+
+    bool driven() const { return zoom != 0 || af != 0; }
+};
+
+struct TimeRange {
+    double start, end;  // seconds, start < end
+};
+
+class DriveSchedule {
+public:
+    // Parses a drive file: one line per block, three integers "zoom af wind"
+    // (zoom 0..2, af any non-negative 32-bit value, wind 0 or 1). Lines that
+    // are empty or start with '#' are skipped. Input error naming file:line.
+    static DriveSchedule from_file(const std::string &path);
+
+    // Adds ranges from a command-line value "1.5-3.2" or "1.5-3.2,5-6.5";
+    // usage error naming `option` if malformed. Overlapping zoom-in and
+    // zoom-out ranges are refused by check_conflicts().
+    void add_zoom_in(const std::string &value, const std::string &option);
+    void add_zoom_out(const std::string &value, const std::string &option);
+    void add_af(const std::string &value, const std::string &option);
+    void add_wind(const std::string &value, const std::string &option);
+    void check_conflicts() const;
+
+    // The drive words of block `block` for a recording at `rate` Hz; blocks
+    // past the end of a drive file are idle.
+    DriveWords at(int64_t block, double rate) const;
+
+    bool uses_file() const { return file_given_; }
+    std::size_t file_blocks() const { return by_block_.size(); }
+
+private:
+    std::vector<DriveWords> by_block_;
+    bool file_given_ = false;
+    std::vector<TimeRange> zoom_in_, zoom_out_, af_, wind_;
+};
+
+// Parses "a-b[,c-d...]" into ranges; usage error naming `option`.
+std::vector<TimeRange> parse_ranges(const std::string &value, const std::string &option);
+
+}  // namespace vorl

@@ -1,0 +1,145 @@
+// vorl measure: how much drive noise a processed recording lost, and how
+// much the recording changed where no drive ran.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+#include "audio_io.h"
+#include "cli.h"
+#include "commands.h"
+#include "drive_schedule.h"
+
+namespace vorl {
+
+namespace {
+
+constexpr int kBlock = 256;
+
+const char kHelp[] = R"(usage: vorl measure CLEAN NOISY PROCESSED (--drive FILE | ranges)
+
+Compares a processed recording with the recording it came from (NOISY) and
+with the same scene without drive noise (CLEAN). The three files must be
+stereo, time-aligned (as "vorl process" writes them by default) and of one
+length and sample rate. The drive state is given as for "vorl process"
+(--drive FILE, or --zoom-in/--zoom-out/--af/--wind RANGES); a block is
+"driven" when its zoom or af word is non-zero.
+
+Figures, summed over both channels and all samples of the blocks concerned:
+  during drives:
+    noise attenuation = 10 log10( E[noisy - clean] / E[processed - clean] )
+                        in dB, positive when the drive noise was reduced
+                        (E[x] is the energy, the sum of squared samples)
+  outside drives (blocks that are not driven):
+    level change      = 10 log10( E[processed] / E[noisy] ) in dB
+    difference energy = 10 log10( E[processed - noisy] / E[noisy] ) in dB,
+                        how far below the recording the change lies
+  during wind outside drives (when there is any):
+    noise attenuation, as during drives
+
+The figures go to standard output, one per line.
+Exit status: 0 success, 1 usage error, 2 input error.
+)";
+
+struct Energy {
+    double noise = 0, residual = 0, processed = 0, noisy = 0, change = 0;
+    int64_t blocks = 0;
+};
+
+std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
+    AudioReader r(path);
+    r.require_stereo();
+    rate = r.sample_rate();
+    std::vector<int16_t> samples(static_cast<std::size_t>(r.frames()) * 2);
+    std::size_t done = 0;
+    while (done < samples.size() / 2) {
+        const std::size_t got = r.read(samples.data() + 2 * done, samples.size() / 2 - done);
+        if (got == 0) break;
+        done += got;
+    }
+    samples.resize(2 * done);
+    return samples;
+}
+
+// A ratio in dB; a change too small to show at two decimals prints as 0.00.
+double db(double num, double den) {
+    if (den <= 0.0) return num <= 0.0 ? 0.0 : INFINITY;
+    if (num <= 0.0) return -INFINITY;
+    const double v = 10.0 * std::log10(num / den);
+    return std::fabs(v) < 0.005 ? 0.0 : v;
+}
+
+}  // namespace
+
+int run_measure(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = cli::parse_args(
+        argc, argv, first,
+        {{"drive", true}, {"zoom-in", true}, {"zoom-out", true}, {"af", true}, {"wind", true}}, "measure");
+    if (args.help) {
+        std::fputs(kHelp, stdout);
+        return cli::kExitOk;
+    }
+    cli::expect_positional(args, 3, "measure", "CLEAN NOISY PROCESSED (--drive FILE | ranges)");
+    DriveSchedule drive;
+    const bool ranges = args.has("zoom-in") || args.has("zoom-out") || args.has("af") || args.has("wind");
+    if (args.has("drive")) {
+        if (ranges) cli::usage_error("--drive cannot be combined with --zoom-in/--zoom-out/--af/--wind");
+        drive = DriveSchedule::from_file(args.value("drive"));
+    } else if (!ranges) {
+        cli::usage_error("give the drive state: --drive FILE or --zoom-in/--zoom-out/--af RANGES");
+    }
+    for (const auto &v : args.all("zoom-in")) drive.add_zoom_in(v, "zoom-in");
+    for (const auto &v : args.all("zoom-out")) drive.add_zoom_out(v, "zoom-out");
+    for (const auto &v : args.all("af")) drive.add_af(v, "af");
+    for (const auto &v : args.all("wind")) drive.add_wind(v, "wind");
+    drive.check_conflicts();
+
+    int rates[3];
+    const std::vector<int16_t> clean = read_stereo(args.positional[0], rates[0]);
+    const std::vector<int16_t> noisy = read_stereo(args.positional[1], rates[1]);
+    const std::vector<int16_t> processed = read_stereo(args.positional[2], rates[2]);
+    for (int i = 1; i < 3; ++i)
+        if (rates[i] != rates[0])
+            cli::input_error(args.positional[static_cast<std::size_t>(i)] + ": sample rate " + std::to_string(rates[i]) +
+                             " differs from " + args.positional[0] + "'s " + std::to_string(rates[0]));
+    if (noisy.size() != clean.size() || processed.size() != clean.size())
+        cli::input_error("the three recordings differ in length (" + std::to_string(clean.size() / 2) + ", " +
+                         std::to_string(noisy.size() / 2) + ", " + std::to_string(processed.size() / 2) +
+                         " frames); PROCESSED must be time-aligned, not --raw");
+
+    Energy drives, outside, wind;
+    const std::size_t frames = clean.size() / 2;
+    for (std::size_t start = 0; start < frames; start += kBlock) {
+        const DriveWords w = drive.at(static_cast<int64_t>(start / kBlock), rates[0]);
+        Energy &e = w.driven() ? drives : outside;
+        e.blocks++;
+        if (!w.driven() && w.wind) wind.blocks++;
+        for (std::size_t i = 2 * start; i < 2 * std::min(frames, start + kBlock); ++i) {
+            const double c = clean[i], n = noisy[i], p = processed[i];
+            const double noise = (n - c) * (n - c), residual = (p - c) * (p - c);
+            e.noise += noise;
+            e.residual += residual;
+            e.processed += p * p;
+            e.noisy += n * n;
+            e.change += (p - n) * (p - n);
+            if (!w.driven() && w.wind) {
+                wind.noise += noise;
+                wind.residual += residual;
+            }
+        }
+    }
+    const double block_s = kBlock / static_cast<double>(rates[0]);
+    std::printf("during drives: %lld blocks (%.2f s)\n", static_cast<long long>(drives.blocks), drives.blocks * block_s);
+    std::printf("  noise attenuation:  %6.2f dB\n", db(drives.noise, drives.residual));
+    std::printf("outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(outside.blocks), outside.blocks * block_s);
+    std::printf("  level change:       %6.2f dB\n", db(outside.processed, outside.noisy));
+    std::printf("  difference energy:  %6.2f dB\n", db(outside.change, outside.noisy));
+    if (wind.blocks > 0) {
+        std::printf("during wind outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(wind.blocks),
+                    wind.blocks * block_s);
+        std::printf("  noise attenuation:  %6.2f dB\n", db(wind.noise, wind.residual));
+    }
+    return cli::kExitOk;
+}
+
+}  // namespace vorl

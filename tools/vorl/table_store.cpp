@@ -1,0 +1,34 @@
+#include "table_store.h"
+
+#include <cstring>
+
+#include "cli.h"
+#include "default_table.h"
+#include "pending_file.h"
+
+namespace vorl {
+
+st_vorl_tbl read_table(const std::string &path) {
+    const std::string bytes = read_file(path, "tuning table");
+    if (bytes.size() != VORL_TBL_SIZE)
+        cli::input_error(path + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
+                         std::to_string(VORL_TBL_SIZE));
+    st_vorl_tbl t;
+    std::memcpy(&t, bytes.data(), sizeof t);
+    return t;
+}
+
+void write_table(const std::string &path, const st_vorl_tbl &t) {
+    PendingFile out(path);
+    out.write_all(&t, sizeof t);
+    out.commit();
+}
+
+st_vorl_tbl default_table() {
+    static_assert(sizeof kDefaultTable == sizeof(st_vorl_tbl), "embedded table has the file's size");
+    st_vorl_tbl t;
+    std::memcpy(&t, kDefaultTable, sizeof t);
+    return t;
+}
+
+}  // namespace vorl

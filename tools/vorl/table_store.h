@@ -1,0 +1,20 @@
+// Tuning tables as files: strict reading, atomic writing, and the default
+// table embedded in the tool at build time.
+#pragma once
+
+#include <string>
+
+#include "vorl.h"
+
+namespace vorl {
+
+// Reads a table file; input error unless it holds exactly 4184 bytes.
+st_vorl_tbl read_table(const std::string &path);
+
+// Writes a table atomically (temporary file beside it, then rename).
+void write_table(const std::string &path, const st_vorl_tbl &t);
+
+// The default table built from data/default_table.json.
+st_vorl_tbl default_table();
+
+}  // namespace vorl
