@@ -91,21 +91,6 @@ TEST_F(Driver, ChangingDirectionIsNoEdgeAndOnlyMovesTheTemplate) {
     EXPECT_EQ(ws().bgn_sel, 0);
 }
 
-TEST_F(Driver, SwitchesFollowTheFlagsOfTheDriveState) {
-    p().eq_proc_flag = 1;
-    p().bn_proc_flag = 2;
-    p().zn_proc_flag = 1;
-    block(0);
-    EXPECT_EQ(ws().eq_on, 1u);
-    EXPECT_EQ(ws().bgn_on, 0u);
-    EXPECT_EQ(ws().zn_on, 1u);
-    block(0x101);  // only the low byte is the drive code
-    EXPECT_EQ(ws().eq_on, 0u);
-    EXPECT_EQ(ws().bgn_on, 1u);
-    EXPECT_EQ(ws().zn_on, 0u);
-    EXPECT_EQ(ws().zoom_prev, 0x101u);
-}
-
 TEST_F(Driver, EqualiserFadesOutFromTheFirstBlockAndBackIn) {
     p().eq_proc_flag = 2;  // on only during zoom
     p().eq_sm_coef_out = 0.25f;
@@ -173,17 +158,6 @@ TEST_F(ControlStep, ZoomInAPeriodFreezesTheBiasesForFourSteps) {
     period(50.0f);
     EXPECT_EQ(ws().ctrl_flags, 0u);
     EXPECT_LT(ws().bias_z, frozen);
-}
-
-TEST_F(Driver, NonPositiveCountersNeverFire) {
-    st_vorl_tbl t = vorl::tablekit::reference_table();
-    t.st_vorl.nz_block_counter = 0;
-    t.st_vorlc.nr_ctrl_counter = -3;
-    setup(t);
-    for (int i = 0; i < 100; ++i) block(0);
-    EXPECT_EQ(ws().ctrl_pow_hist[0], -90.0f);
-    EXPECT_EQ(ws().zspec_slot, 0);  // no no-zoom test swapped the slot
-    EXPECT_EQ(ws().blk_cnt, -100);
 }
 
 }  // namespace

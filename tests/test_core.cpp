@@ -78,18 +78,6 @@ TEST_F(Core, SilenceStaysSilentAndAddsNothingToTheLevels) {
     EXPECT_EQ(w.ws.pow_spec[1][7], p().div_search_tbl_f[27]);  // clamp written back
 }
 
-TEST_F(Core, WithoutNoiseEstimateTheGainTendsToOne) {
-    w.ws.bgn_on = 0;
-    w.ws.zn_on = 0;
-    w.ws.over_est_cur = 1.5f;
-    for (int frame = 0; frame < 40; ++frame) {
-        random_spectra(frame + 1, 0.3f);
-        run();
-    }
-    for (int ch = 0; ch < 2; ++ch)
-        for (int i = 0; i < 256; ++i) ASSERT_NEAR(w.ws.gain_prev[ch][i], 1.0f, 1e-6) << ch << ":" << i;
-}
-
 TEST_F(Core, OneChannelLeavesTheRightSpectrumAndItsAccumulatorsAlone) {
     w.inst.ch_num_proc = 1;
     w.ws.over_est_cur = 1.0f;

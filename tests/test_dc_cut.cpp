@@ -48,15 +48,6 @@ TEST(DcCut, PassesTheHalfRateToneWithItsAmplitude) {
     for (size_t k = 2400; k < 4800; ++k) EXPECT_LE(std::abs(std::abs(v[2 * k]) - 1000), 1) << k;
 }
 
-TEST(DcCut, ZeroFramesTouchesNothing) {
-    VORLDcCutState s{1, 2, 3, 4, 5, 6};
-    int16_t frame[2] = {123, -456};
-    EXPECT_EQ(VORLDcCutProc(frame, &s, 0), 0);
-    EXPECT_EQ(frame[0], 123);
-    EXPECT_EQ(frame[1], -456);
-    EXPECT_EQ(s.w2_r, 6.0);
-}
-
 TEST(DcCut, SplitRunsEqualOneRunAndClampFullScaleSteps) {
     // A full-scale square wave drives the output past 16 bits, so the clamp
     // and the unclamped state are exercised across the split points.

@@ -165,16 +165,4 @@ TEST(HostProcess, UnwritableTablePathStillReportsSuccess) {
     EXPECT_NE(stat(path.c_str(), &st), 0);
 }
 
-TEST(HostProcess, SecondPreProcessRestartsTheEngineButKeepsTheRings) {
-    Host host(reference_table());
-    ASSERT_EQ(host.pre_process(), 0);
-    std::vector<int16_t> loud(4 * 512, 5000);
-    host.run(loud);
-    host.ws().st_vorl.over_est = 9.0f;
-    ASSERT_EQ(host.pre_process(), 0);
-    EXPECT_EQ(host.ws().st_vorl.over_est, reference_table().st_vorl.over_est);
-    EXPECT_EQ(host.work().ring[0][0], 5000);
-    EXPECT_NE(host.work().out[300][0], 0);
-}
-
 }  // namespace

@@ -65,15 +65,4 @@ TEST(HostSetup, InitializeClearsOnlyRingsOutputAndPulseFlag) {
     EXPECT_EQ(reinterpret_cast<unsigned char *>(hdr.p_tbl), area.data() + 6144);
 }
 
-TEST(HostSetup, DriveStateHelperWritesTheBlockSettings) {
-    static VORLWorkArea w;
-    VORLResource r{};
-    r.p_work = &w;
-    VORLInitialize(&r);
-    ASSERT_EQ(VORLSetDriveState(&r, 2, 7, 1), 0);
-    EXPECT_EQ(w.hdr.zoom_state, 2u);
-    EXPECT_EQ(w.hdr.af_state, 7u);
-    EXPECT_EQ(w.hdr.wind_state, 1u);
-}
-
 }  // namespace

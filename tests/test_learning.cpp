@@ -119,29 +119,24 @@ TEST_F(Learning, RateFollowsLevelStepAndDriveAge) {
     ws().learn_phase = 1;
     p().zspec_comp_mod_time_coef_a = 0.5f;
     p().zspec_comp_mod_time_coef_b = -1.0f;
-    ws().z_frame_cnt = 6;
-    ws().level_ref = 5000.0f;  // above tbl_x[0]
-    act();
-    EXPECT_FLOAT_EQ(ws().zcomp_rate, 2.0f * (0.25f * 0.1f));
-    ws().level_ref = -1.0f;  // above none of tbl_x[0..6]
-    ws().z_frame_cnt = 6;
-    act();
-    EXPECT_FLOAT_EQ(ws().zcomp_rate, 2.0f * (0.25f * 0.1f));
-    ws().level_ref = 5.0f;  // first threshold below: tbl_x[3] = 1
-    ws().z_frame_cnt = 6;
-    act();
-    EXPECT_FLOAT_EQ(ws().zcomp_rate, 2.0f * (1.0f * 0.1f));
-
-    // A ramp at or below zero: nothing is learned even when both tests pass.
-    ws().z_frame_cnt = 1;
-    ws().fit_ok_nz = 1;
-    period(1.0f, 0.0f);
-    const st_vorl before = p();
-    act();
-    EXPECT_EQ(ws().zcomp_rate, 0.0f);
-    EXPECT_EQ(ws().fit_ok_z, 1u);
-    EXPECT_EQ(w.inst.learn_cnt, 0u);
-    EXPECT_EQ(std::memcmp(&before, &p(), sizeof before), 0);
+    const struct {
+        float level;
+        int32_t age;
+        float rate;
+    } cases[] = {{5000.0f, 6, 2.0f * (0.25f * 0.1f)},   // above tbl_x[0]: val_x[0]
+                 {-1.0f, 6, 2.0f * (0.25f * 0.1f)},     // above none of tbl_x[0..6]: val_x[7]
+                 {5.0f, 6, 2.0f * (1.0f * 0.1f)},       // first threshold below: tbl_x[3]
+                 {5.0f, 1, 0.0f}};                      // ramp below zero
+    for (const auto &c : cases) {
+        ws().level_ref = c.level;
+        ws().z_frame_cnt = c.age;
+        ws().fit_ok_nz = 1;
+        period(1.0f, 0.0f);  // fits
+        const uint32_t learned = w.inst.learn_cnt;
+        act();
+        EXPECT_FLOAT_EQ(ws().zcomp_rate, c.rate) << c.level << ", " << c.age;
+        EXPECT_EQ(w.inst.learn_cnt, learned + (c.rate > 0.0f ? 1u : 0u));
+    }
 }
 
 TEST_F(Learning, FitRangesBeyondTheFitPointsAreClamped) {

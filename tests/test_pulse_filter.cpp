@@ -131,11 +131,4 @@ TEST_F(PulseFilterRun, DifferenceEqualToTheThresholdIsNoDetection) {
     EXPECT_EQ(w.pulse.fade_pos[0], 99 - 16);
 }
 
-TEST_F(PulseFilterRun, SilenceDetectsNothing) {
-    std::fill(stream.begin(), stream.end(), 0);
-    for (int t = 0; t < kBlocks; ++t) EXPECT_EQ(call(t, 1), 0);
-    EXPECT_EQ(w.pulse.fade_pending[0], 0u);
-    EXPECT_TRUE(std::all_of(stream.begin(), stream.end(), [](int16_t x) { return x == 0; }));
-}
-
 }  // namespace
