@@ -59,8 +59,10 @@ void vector(float *restrict y, const float *restrict x, float a, int n) {
     for (int i = 0; i < n; ++i) y[i] = y[i] + a * x[i];
 }
 SRC
-  "$CC" -O3 -ffp-contract=fast -c "$dir/probe.c" -o "$dir/fused.o"
-  "$CC" -O3 -ffp-contract=off -c "$dir/probe.c" -o "$dir/plain.o"
+  local cc
+  read -r -a cc <<<"$CC"  # CC may carry options, e.g. "clang --target=aarch64-linux-gnu"
+  "${cc[@]}" -O3 -ffp-contract=fast -c "$dir/probe.c" -o "$dir/fused.o"
+  "${cc[@]}" -O3 -ffp-contract=off -c "$dir/probe.c" -o "$dir/plain.o"
   if fused_instructions "$dir/fused.o" >"$dir/found.txt"; then
     echo "check-no-fma self-test: FAILED: nothing found in code built with -ffp-contract=fast" >&2
     return 1

@@ -19,8 +19,11 @@ jobs=$(nproc)
 generator=()
 command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
 
-arm_suite() {  # name, build dir, toolchain file
-  local name=$1 dir=$2 toolchain=$3
+arm_suite() {  # name, build dir, toolchain file, compiler for the check's self-test
+  local name=$1 dir=$2 toolchain=$3 cc=$4
+  echo "== aarch64 ($name): the fused multiply-add check finds fused code when there is some"
+  CC="$cc" scripts/check-no-fma.sh --self-test
+
   echo "== aarch64 ($name): build"
   cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DVORL_BUILD_TESTS=ON -DVORL_BUILD_TOOLS=OFF >/dev/null
@@ -35,10 +38,7 @@ arm_suite() {  # name, build dir, toolchain file
   ctest --test-dir "$dir" --output-on-failure --no-tests=error -j"$jobs"
 }
 
-echo "== check-no-fma: the check finds fused code when there is some"
-scripts/check-no-fma.sh --self-test
-
-arm_suite gcc build-arm cmake/toolchain-aarch64-linux-gnu.cmake
+arm_suite gcc build-arm cmake/toolchain-aarch64-linux-gnu.cmake aarch64-linux-gnu-gcc
 if [ "${VORL_ARM_CLANG:-1}" != 0 ]; then
-  arm_suite clang build-arm-clang cmake/toolchain-aarch64-linux-clang.cmake
+  arm_suite clang build-arm-clang cmake/toolchain-aarch64-linux-clang.cmake "clang --target=aarch64-linux-gnu"
 fi

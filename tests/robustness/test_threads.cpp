@@ -1,8 +1,8 @@
 // Instances in separate work areas on separate threads: each must compute
 // exactly what a lone instance computes. The recording has zoom drives, so
-// every instance runs its fit tests and stores the shared diagnostic dval
-// while the others do; under ThreadSanitizer this test also proves those
-// stores race-free.
+// every instance runs its fit tests, learns new coefficients and stores the
+// shared diagnostic dval while the others do; under ThreadSanitizer this
+// test also proves those stores race-free.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -51,6 +51,7 @@ TEST(ParallelInstances, EachThreadMatchesALoneInstanceBitForBit) {
     const Result alone = run_one(table, rec);
     const uint32_t alone_dval = bits_of(dval);
     ASSERT_NE(alone_dval, bits_of(sentinel)) << "no fit test ran: the scenario does not reach learning";
+    ASSERT_GT(alone.learn_cnt, 0u) << "the scenario no longer makes the learning step update";
     ASSERT_EQ(alone.table.size(), VORL_TBL_SIZE);
 
     dval = sentinel;

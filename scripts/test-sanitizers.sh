@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Sanitizer builds (clang):
+#  1. AddressSanitizer + UndefinedBehaviorSanitizer (leak detection on,
+#     -fno-sanitize-recover=all) over the whole test suite, the fuzzing
+#     replays included, in build-asan.
+#  2. ThreadSanitizer over the parallel-instances test in build-tsan; any
+#     report fails it (the shared diagnostic dval included).
+# Both keep the library's floating-point rules (-ffp-contract=off). The
+# exported-symbol check is left to the normal build: the instrumentation
+# exports type descriptors of its own (-fsanitize=function).
+# VORL_SAN_TOOLS=OFF leaves the command-line tool out of the ASan build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+generator=()
+command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
+common="-g -fno-omit-frame-pointer -ffp-contract=off -fno-fast-math"
+
+configure() {  # build dir, sanitizer flags, further cmake arguments
+  local dir=$1 flags=$2
+  shift 2
+  cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_C_FLAGS="$flags $common" -DCMAKE_CXX_FLAGS="$flags $common" \
+    -DCMAKE_EXE_LINKER_FLAGS="$flags" -DCMAKE_SHARED_LINKER_FLAGS="$flags" \
+    -DVORL_BUILD_TESTS=ON "$@" >/dev/null
+}
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer: whole test suite"
+configure build-asan "-fsanitize=address,undefined -fno-sanitize-recover=all" \
+  -DVORL_BUILD_TOOLS="${VORL_SAN_TOOLS:-ON}"
+cmake --build build-asan -j"$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1:check_initialization_order=1:strict_init_order=1 \
+UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-asan --output-on-failure --no-tests=error -j"$jobs" -E '^exported_symbols$'
+
+echo "== ThreadSanitizer: instances on parallel threads"
+configure build-tsan "-fsanitize=thread" -DVORL_BUILD_TOOLS=OFF
+cmake --build build-tsan -j"$jobs" --target test_threads
+TSAN_OPTIONS=halt_on_error=1:abort_on_error=1:second_deadlock_stack=1 \
+  ctest --test-dir build-tsan -R '^ParallelInstances\.' --output-on-failure --no-tests=error
