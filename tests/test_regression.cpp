@@ -4,36 +4,14 @@
 // parameter dump are pinned bit for bit, on every target.
 #include <gtest/gtest.h>
 
-#include "table_builder.h"
 #include "testkit.h"
 #include "vorl.h"
 
 namespace {
 
-// Fit thresholds that let some measuring periods pass and others fail on
-// this recording, in training mode so learned values feed back at once.
-st_vorl_tbl regression_table() {
-    st_vorl_tbl t = vorl::tablekit::reference_table();
-    st_vorl &p = t.st_vorl;
-    p.zspec_comp_case0_th = 2680.0f;
-    p.zspec_comp_case1_th = 500.0f;
-    p.train_mode = 1;
-    p.zspec_comp_mod_time_coef_a = 0.02f;
-    p.zspec_comp_mod_time_coef_b = 0.5f;
-    p.eq_proc_flag = 1;  // equaliser only without drive: fades on every edge
-    for (int g = 1; g <= 64; ++g) p.eq_gain[g] = g < 20 ? 0.002f : -0.001f;
-    for (int ch = 0; ch < 2; ++ch) {
-        p.back_ground_noise[1][ch][0] = 2e-4f;
-        p.back_ground_noise[2][ch][0] = 3e-4f;
-        p.back_ground_noise[1][ch][30] = -2e-6f;
-    }
-    vorl::tablekit::seal(t);
-    return t;
-}
-
 TEST(Regression, WholeRunIsPinned) {
     const vorl::testkit::Recording rec = vorl::testkit::synthetic_recording(600, 1);
-    vorl::testkit::Host host(regression_table());
+    vorl::testkit::Host host(vorl::testkit::learning_table());
     ASSERT_EQ(host.pre_process(), 0);
     host.work().pulse_proc_flag = 1;
     const std::vector<int16_t> out = vorl::testkit::process(host, rec);

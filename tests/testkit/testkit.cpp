@@ -8,6 +8,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "table_builder.h"
+
 namespace vorl::testkit {
 
 TempFile::TempFile(const std::string &stem) {
@@ -147,6 +149,25 @@ Recording synthetic_recording(int blocks, uint32_t seed) {
         }
     }
     return rec;
+}
+
+st_vorl_tbl learning_table() {
+    st_vorl_tbl t = vorl::tablekit::reference_table();
+    st_vorl &p = t.st_vorl;
+    p.zspec_comp_case0_th = 2680.0f;
+    p.zspec_comp_case1_th = 500.0f;
+    p.train_mode = 1;
+    p.zspec_comp_mod_time_coef_a = 0.02f;
+    p.zspec_comp_mod_time_coef_b = 0.5f;
+    p.eq_proc_flag = 1;
+    for (int g = 1; g <= 64; ++g) p.eq_gain[g] = g < 20 ? 0.002f : -0.001f;
+    for (int ch = 0; ch < 2; ++ch) {
+        p.back_ground_noise[1][ch][0] = 2e-4f;
+        p.back_ground_noise[2][ch][0] = 3e-4f;
+        p.back_ground_noise[1][ch][30] = -2e-6f;
+    }
+    vorl::tablekit::seal(t);
+    return t;
 }
 
 std::vector<int16_t> process(Host &host, const Recording &rec) {

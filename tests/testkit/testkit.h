@@ -91,6 +91,11 @@ struct Recording {
 };
 Recording synthetic_recording(int blocks, uint32_t seed);
 
+// A table whose fit thresholds let some measuring periods of the synthetic
+// recording pass and others fail, in training mode, with a sloped equaliser
+// that fades on every drive edge and drive-direction background templates.
+st_vorl_tbl learning_table();
+
 // Runs a recording through a host block by block, setting the drive words
 // of each block with VORLSetDriveState; returns the raw (delayed) output.
 std::vector<int16_t> process(Host &host, const Recording &rec);
