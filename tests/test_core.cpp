@@ -78,6 +78,13 @@ TEST_F(Core, SilenceStaysSilentAndAddsNothingToTheLevels) {
     EXPECT_EQ(w.ws.pow_spec[1][7], p().div_search_tbl_f[27]);  // clamp written back
 }
 
+TEST_F(Core, WithoutNoiseEstimateTheGainTendsToOne) {
+    w.ws.bgn_on = w.ws.zn_on = 0;
+    w.ws.over_est_cur = 1.5f;
+    for (uint32_t frame = 1; frame <= 40; ++frame) random_spectra(frame, 0.3f), run();
+    for (float g : w.ws.gain_prev[1]) ASSERT_NEAR(g, 1.0f, 1e-6);
+}
+
 TEST_F(Core, OneChannelLeavesTheRightSpectrumAndItsAccumulatorsAlone) {
     w.inst.ch_num_proc = 1;
     w.ws.over_est_cur = 1.0f;

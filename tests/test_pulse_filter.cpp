@@ -104,16 +104,13 @@ TEST_F(PulseFilterRun, PendingPatchIsFinishedEvenAfterTheDriveStops) {
     for (int offset = 0; offset < 83; ++offset) EXPECT_GE(std::abs(at(22, offset)), 106) << offset;
 }
 
-TEST_F(PulseFilterRun, ClickNearTheBlockStartIsLeftAlone) {
-    at(20, 15) = 10000;  // first jump at k = 14 < 16
+TEST_F(PulseFilterRun, ClicksBeforeSixteenAreLeftAloneAtSixteenPatchedWithoutTheBlend) {
+    at(20, 15) = 10000;  // first jump at k = 14
     const std::vector<int16_t> original = stream;
-    for (int t = 0; t < kBlocks; ++t) call(t, 1);
+    for (int t = 0; t <= 22; ++t) call(t, 1);
     EXPECT_EQ(stream, original);
-}
-
-TEST_F(PulseFilterRun, ClickAtSixteenIsPatchedWithoutTheLeadingBlend) {
+    SetUp();
     at(20, 17) = 10000;  // first jump at k = 16: p = 0
-    const std::vector<int16_t> original = stream;
     for (int t = 0; t <= 22; ++t) call(t, 1);
     EXPECT_EQ(w.pulse.fade_pos[0], 0);
     EXPECT_NE(at(20, 0), original[kLead * 256 + 20 * 256]);  // the cross-fade starts at 0

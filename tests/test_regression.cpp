@@ -14,7 +14,7 @@ TEST(Regression, WholeRunIsPinned) {
     vorl::testkit::Host host(vorl::testkit::learning_table());
     ASSERT_EQ(host.pre_process(), 0);
     host.work().pulse_proc_flag = 1;
-    const std::vector<int16_t> out = vorl::testkit::process(host, rec);
+    const std::vector<int16_t> out = host.run(rec.interleaved, rec.zoom, rec.wind);
 
     testing::internal::CaptureStdout();
     sound_vorl_print_tbl(&host.work().inst);

@@ -112,13 +112,9 @@ TEST(NoAllocation, NoLibraryCallAllocates) {
     host.work().pulse_proc_flag = 1;
     long block_allocations = 0;
     for (size_t b = 0; b < rec.blocks(); ++b) {
-        int16_t left[256], right[256], frame[512];
-        for (int i = 0; i < 256; ++i) {
-            left[i] = rec.interleaved[b * 512 + 2 * i];
-            right[i] = rec.interleaved[b * 512 + 2 * i + 1];
-        }
+        int16_t out[512];
         VORLSetDriveState(&host.res, b % 97 == 3 ? 7 : rec.zoom[b], 0, rec.wind[b]);
-        block_allocations += allocations_in([&] { host.block(left, right, frame); });
+        block_allocations += allocations_in([&] { host.block(&rec.interleaved[b * 512], out); });
     }
     EXPECT_EQ(block_allocations, 0);
 

@@ -22,7 +22,7 @@ Result run_one(const vorl::testkit::Recording &rec) {
     vorl::testkit::Host host(vorl::testkit::learning_table());
     EXPECT_EQ(host.pre_process(), 0);
     host.work().pulse_proc_flag = 1;
-    Result r{vorl::testkit::process(host, rec), {}, sound_vorl_info_get(&host.work().inst)};
+    Result r{host.run(rec.interleaved, rec.zoom, rec.wind), {}, sound_vorl_info_get(&host.work().inst)};
     VORLPostProcess(&host.res);
     r.table = vorl::testkit::read_file(host.table_file.path());
     return r;

@@ -50,23 +50,21 @@ Host::Host(const st_vorl_tbl &table) : storage_(1), work_(storage_.data()) {
     VORLInitialize(&res);
 }
 
-void Host::block(const int16_t *left, const int16_t *right, int16_t *out) {
-    std::memcpy(res.p_in_ch0, left, 256 * sizeof(int16_t));
-    std::memcpy(res.p_in_ch1, right, 256 * sizeof(int16_t));
+void Host::block(const int16_t *in, int16_t *out) {
+    for (int i = 0; i < 256; ++i) {
+        res.p_in_ch0[i] = in[2 * i];
+        res.p_in_ch1[i] = in[2 * i + 1];
+    }
     VORLEnterLibrary(&res);
     std::memcpy(out, res.p_out, 512 * sizeof(int16_t));
 }
 
-std::vector<int16_t> Host::run(const std::vector<int16_t> &interleaved) {
-    const size_t blocks = interleaved.size() / 512;
-    std::vector<int16_t> out(blocks * 512);
-    int16_t left[256], right[256];
-    for (size_t b = 0; b < blocks; ++b) {
-        for (int i = 0; i < 256; ++i) {
-            left[i] = interleaved[b * 512 + 2 * i];
-            right[i] = interleaved[b * 512 + 2 * i + 1];
-        }
-        block(left, right, &out[b * 512]);
+std::vector<int16_t> Host::run(const std::vector<int16_t> &interleaved, const std::vector<uint32_t> &zoom,
+                               const std::vector<uint32_t> &wind) {
+    std::vector<int16_t> out(interleaved.size() / 512 * 512);
+    for (size_t b = 0; b < out.size() / 512; ++b) {
+        if (!zoom.empty()) VORLSetDriveState(&res, zoom[b], 0, wind[b]);
+        block(&interleaved[b * 512], &out[b * 512]);
     }
     return out;
 }
@@ -168,20 +166,6 @@ st_vorl_tbl learning_table() {
     }
     vorl::tablekit::seal(t);
     return t;
-}
-
-std::vector<int16_t> process(Host &host, const Recording &rec) {
-    std::vector<int16_t> out(rec.interleaved.size());
-    int16_t left[256], right[256];
-    for (size_t b = 0; b < rec.blocks(); ++b) {
-        for (int i = 0; i < 256; ++i) {
-            left[i] = rec.interleaved[b * 512 + 2 * i];
-            right[i] = rec.interleaved[b * 512 + 2 * i + 1];
-        }
-        VORLSetDriveState(&host.res, rec.zoom[b], 0, rec.wind[b]);
-        host.block(left, right, &out[b * 512]);
-    }
-    return out;
 }
 
 }  // namespace vorl::testkit

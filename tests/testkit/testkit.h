@@ -33,10 +33,12 @@ class Host {
   public:
     explicit Host(const st_vorl_tbl &table);
     int32_t pre_process() { return VORLPreProcess(&res); }
-    // One block: 256 frames of each channel in, 256 interleaved frames out.
-    void block(const int16_t *left, const int16_t *right, int16_t *out);
-    // Whole interleaved recording, whole blocks only; returns the raw output.
-    std::vector<int16_t> run(const std::vector<int16_t> &interleaved);
+    // One block: 256 interleaved frames in, 256 out (768 frames late).
+    void block(const int16_t *in, int16_t *out);
+    // Whole blocks of an interleaved recording, with per-block drive words
+    // when given (else they stay as they are); returns the raw output.
+    std::vector<int16_t> run(const std::vector<int16_t> &interleaved, const std::vector<uint32_t> &zoom = {},
+                             const std::vector<uint32_t> &wind = {});
     VORLWorkArea &work() { return *work_; }
     st_vorl_ws &ws() { return work_->ws; }
 
@@ -95,9 +97,5 @@ Recording synthetic_recording(int blocks, uint32_t seed);
 // recording pass and others fail, in training mode, with a sloped equaliser
 // that fades on every drive edge and drive-direction background templates.
 st_vorl_tbl learning_table();
-
-// Runs a recording through a host block by block, setting the drive words
-// of each block with VORLSetDriveState; returns the raw (delayed) output.
-std::vector<int16_t> process(Host &host, const Recording &rec);
 
 }  // namespace vorl::testkit

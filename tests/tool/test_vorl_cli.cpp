@@ -220,20 +220,5 @@ TEST(VorlProcess, ConvertsWiderInputAndReportsClipping) {
     EXPECT_EQ(rate, 44100);
 }
 
-TEST(VorlHelp, DescribesEveryOption) {
-    Sandbox box;
-    const RunResult top = box.vorl({"--help"});
-    EXPECT_EQ(top.exit_code, 0);
-    for (const char *cmd : {"process", "table", "measure"}) EXPECT_TRUE(contains(top.out, cmd));
-    const RunResult process = box.vorl({"process", "--help"});
-    EXPECT_EQ(process.exit_code, 0);
-    for (const char *opt : {"--table", "--learn", "--drive", "--zoom-in", "--zoom-out", "--af", "--wind", "--pulse",
-                            "--dc-cut", "--raw", "--quiet"})
-        EXPECT_TRUE(contains(process.out, opt)) << opt;
-    EXPECT_EQ(box.vorl({"table", "--help"}).exit_code, 0);
-    EXPECT_EQ(box.vorl({"measure", "--help"}).exit_code, 0);
-    EXPECT_EQ(box.vorl({}).exit_code, 1);
-}
-
 }  // namespace
 }  // namespace vorl::test
