@@ -4,18 +4,18 @@
 
 namespace vorl::tablekit {
 
+// The library's own checksum, reached through a block settings record.
 uint32_t checksum(const st_vorl_tbl &t) {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(&t);
-    uint32_t sum = 0;
-    for (unsigned i = 0; i + 1 < VORL_TBL_WORDS; ++i) {
-        uint32_t word;
-        std::memcpy(&word, bytes + 4 * i, 4);
-        sum += word;
-    }
-    return sum;
+    st_vorl_tbl copy = t;
+    seal(copy);
+    return copy.check_sum;
 }
 
-void seal(st_vorl_tbl &t) { t.check_sum = checksum(t); }
+void seal(st_vorl_tbl &t) {
+    st_vorl_hdr hdr{};
+    hdr.p_tbl = &t;
+    sound_vorl_calc_check_sum(&hdr);
+}
 
 uint8_t reference_band_node(int b) {
     if (b < 48) return static_cast<uint8_t>(2 * b);  // 0, 2, .., 94
