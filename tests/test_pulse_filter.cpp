@@ -86,20 +86,16 @@ TEST_F(PulseFilterRun, ClickIsDetectedTwoCallsLaterAndCrossFadedAway) {
     }
 }
 
-TEST_F(PulseFilterRun, WithoutZoomDriveNothingChangesButStatisticsAdvance) {
+TEST_F(PulseFilterRun, WithoutZoomDriveNothingChangesButStatisticsAdvanceAndPatchesFinish) {
     at(20, 100) = 10000;
     const std::vector<int16_t> original = stream;
     for (int t = 0; t < kBlocks; ++t) call(t, 0x100);  // low byte 0: no drive
     EXPECT_EQ(stream, original);
     EXPECT_EQ(w.pulse.blk_pos[0], kBlocks % 16);
     EXPECT_EQ(w.pulse.peak_pos[0], kBlocks % 5);
-    EXPECT_EQ(w.pulse.fade_pending[0], 0u);
-}
-
-TEST_F(PulseFilterRun, PendingPatchIsFinishedEvenAfterTheDriveStops) {
+    SetUp();  // a patch started during the drive is finished after it stops
     at(20, 100) = 10000;
-    for (int t = 0; t <= 22; ++t) call(t, 2);
-    call(23, 0);
+    for (int t = 0; t <= 23; ++t) call(t, t <= 22 ? 2 : 0);
     EXPECT_EQ(w.pulse.fade_pending[0], 0u);
     for (int offset = 0; offset < 83; ++offset) EXPECT_GE(std::abs(at(22, offset)), 106) << offset;
 }
