@@ -1,4 +1,4 @@
-// Typed access to the host's work area (layout pinned in layout_checks.cpp).
+// Typed access to the host's work area (layout pinned in host/layout_checks.cpp).
 #pragma once
 
 #include "vorl.h"

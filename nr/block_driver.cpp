@@ -20,7 +20,7 @@ void reset_learning_period(st_vorl_ws *ws) {
 }
 
 void handle_drive_edges(st_vorl_ws *ws, uint32_t zoom, uint32_t prev) {
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     if (zoom != 0 && prev == 0) {
         ws->blk_cnt = p.i_block_counter;
         ws->learn_phase = 2;
@@ -34,7 +34,7 @@ void handle_drive_edges(st_vorl_ws *ws, uint32_t zoom, uint32_t prev) {
 }
 
 void set_block_switches(st_vorl_ws *ws, uint32_t zoom) {
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     ws->bgn_sel = (p.bn_proc_flag & 4) != 0 ? 0 : static_cast<int32_t>(zoom);
     if (zoom != 0) {
         ws->eq_on = (p.eq_proc_flag >> 1) & 1u;
@@ -57,7 +57,7 @@ void set_block_switches(st_vorl_ws *ws, uint32_t zoom) {
 
 // Fades the equaliser out towards flat, or back in, when it is switched.
 void run_equaliser_fade(st_vorl_ws *ws) {
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     if (ws->eq_on_prev == 1 && ws->eq_on == 0) {
         ws->eq_fade_state = 2;
         ws->eq_start = ws->eq_base;
@@ -99,8 +99,8 @@ Level classify(float h, const st_vorlc &pc) {
 // End of a control period: record its power and, after four drive-free
 // periods that agree on the level, move both biases towards that level's targets.
 void control_step(st_vorl_ws *ws) {
-    const st_vorl &p = ws->st_vorl;
-    const st_vorlc &pc = ws->st_vorlc;
+    const st_vorl &p = ws->st_vorl_work;
+    const st_vorlc &pc = ws->st_vorlc_work;
     if (ws->ctrl_hist_idx >= 4) ws->ctrl_hist_idx = 0;
     ws->ctrl_pow_hist[ws->ctrl_hist_idx] = ws->ctrl_pow_acc * pc.nr_ctrl_t_ave_coef;
     ws->ctrl_flags = (ws->zoom_blk_sum != 0 ? 1u : 0u) + 2u * (ws->ctrl_flags & 7u);

@@ -32,7 +32,7 @@ inline float smooth5(const float *q, int i, float three) {
 // Power spectra of both channels and of their difference; returns the total
 // power of both channels and stores the control-band difference power.
 float measure_powers(const float *l, const float *r, st_vorl_ws *ws, float *control_pow) {
-    const st_vorlc &pc = ws->st_vorlc;
+    const st_vorlc &pc = ws->st_vorlc_work;
     float total = 0.0f;
     float control = 0.0f;
     for (int i = 0; i < kBins; ++i) {
@@ -61,7 +61,7 @@ float measure_powers(const float *l, const float *r, st_vorl_ws *ws, float *cont
 
 extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     const int channels = inst->ch_num_proc > 2 ? 2 : inst->ch_num_proc;
 
     float control_pow;
@@ -136,6 +136,6 @@ extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
     }
 
     ws->level_acc += total_pow * kFrameScale;
-    ws->ctrl_pow_acc += control_pow * ws->st_vorlc.nr_ctrl_f_ave_coef;
+    ws->ctrl_pow_acc += control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;
     return 0;
 }

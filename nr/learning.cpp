@@ -29,8 +29,8 @@ FitRange fit_range(uint8_t sp, uint8_t ep) {
 
 // Learning rate from the reference level and the drive's age in blocks.
 float learning_rate(const st_vorl_ws *ws) {
-    const st_vorl &p = ws->st_vorl;
-    const st_vorlc &pc = ws->st_vorlc;
+    const st_vorl &p = ws->st_vorl_work;
+    const st_vorlc &pc = ws->st_vorlc_work;
     int step = 7;  // tbl_x[7] takes part in no comparison
     for (int m = 0; m < 7; ++m) {
         if (ws->level_ref > pc.tbl_x[m]) {
@@ -47,7 +47,7 @@ float learning_rate(const st_vorl_ws *ws) {
 // Zoom period: weighted channel power against the slot's difference power.
 void zoom_fit_and_update(st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     const float *diff = ws->zspec_acc[ws->zspec_slot];
     const FitRange r = fit_range(p.zspec_comp_case1_sp, p.zspec_comp_case1_ep);
     float err = 0.0f, sum_w = 0.0f, sum_d = 0.0f;
@@ -73,7 +73,7 @@ void zoom_fit_and_update(st_vorl_inst *inst) {
 // period's and the previous one's); the band powers become the reference.
 void no_zoom_fit(st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     std::memcpy(ws->band_ref[0], ws->band_acc[1], sizeof ws->band_ref[0]);
     std::memcpy(ws->band_ref[1], ws->band_acc[2], sizeof ws->band_ref[1]);
     const FitRange r = fit_range(p.zspec_comp_case0_sp, p.zspec_comp_case0_ep);
@@ -116,7 +116,7 @@ extern "C" {
 
 int32_t sound_vorl_core_post_sac(st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     if (ws->blk_cnt != 0) return 0;
 
     ws->zcomp_rate = learning_rate(ws);
@@ -147,7 +147,7 @@ int32_t sound_vorl_core_post_sac(st_vorl_inst *inst) {
 
 void sound_vorl_learn_coef(st_vorl_inst *inst, float ref_scale, float zoom_scale, float rate) {
     st_vorl_ws *ws = inst->p_ws;
-    st_vorl &p = ws->st_vorl;
+    st_vorl &p = ws->st_vorl_work;
     const float keep = 1.0f - rate;
     float prev[2] = {0.0f, 0.0f};
     for (int b = 0; b < kBands; ++b) {

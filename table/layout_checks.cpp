@@ -1,55 +1,12 @@
-// Compile-time checks of every layout that crosses the exported interface,
-// the work area or the tuning-table file. A failing check means a field was
-// moved, resized or padded: the file format and hosts depend on these.
+// Layout checks of the tuning-table file: every field of both parameter
+// blocks at its byte offset. A failing check means a field was moved,
+// resized or padded, and old table files would be misread.
 #include <cstddef>
 
-#include "vorl.h"
+#include "vorl_table.h"
 
-static_assert(sizeof(void *) == 8, "the work area holds 64-bit pointers");
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the table file is little-endian");
 static_assert(sizeof(float) == 4 && sizeof(double) == 8, "IEEE single and double");
-
-// Host record.
-static_assert(offsetof(VORLResource, build_date) == 48, "");
-static_assert(offsetof(VORLResource, build_time) == 56, "");
-static_assert(offsetof(VORLResource, resource_size) == 64, "");
-static_assert(offsetof(VORLResource, p_in_ch0) == 72, "");
-static_assert(offsetof(VORLResource, p_in_ch1) == 80, "");
-static_assert(offsetof(VORLResource, p_out) == 88, "");
-static_assert(offsetof(VORLResource, frame_num) == 96, "");
-static_assert(offsetof(VORLResource, p_work) == 104, "");
-static_assert(offsetof(VORLResource, p_tbl_path) == 112, "");
-static_assert(sizeof(VORLResource) == 120, "");
-
-// Work-area map.
-static_assert(offsetof(VORLWorkArea, out) == VORL_OFS_OUT, "");
-static_assert(offsetof(VORLWorkArea, ring) == VORL_OFS_RING_CH0, "");
-static_assert(offsetof(VORLWorkArea, ring[1]) == VORL_OFS_RING_CH1, "");
-static_assert(offsetof(VORLWorkArea, ring[0][768]) == VORL_OFS_IN_CH0, "");
-static_assert(offsetof(VORLWorkArea, ring[1][768]) == VORL_OFS_IN_CH1, "");
-static_assert(offsetof(VORLWorkArea, tbl) == VORL_OFS_TBL, "");
-static_assert(offsetof(VORLWorkArea, frame[0]) == VORL_OFS_FRAME_CH0, "");
-static_assert(offsetof(VORLWorkArea, frame[1]) == VORL_OFS_FRAME_CH1, "");
-static_assert(offsetof(VORLWorkArea, ws) == VORL_OFS_WS, "");
-static_assert(offsetof(VORLWorkArea, pulse) == VORL_OFS_PULSE, "");
-static_assert(offsetof(VORLWorkArea, pulse_proc_flag) == VORL_OFS_PULSE_FLAG, "");
-static_assert(offsetof(VORLWorkArea, hdr) == VORL_OFS_HDR, "");
-static_assert(offsetof(VORLWorkArea, inst) == VORL_OFS_INST, "");
-static_assert(sizeof(VORLWorkArea) == VORL_WORK_SIZE, "");
-
-// Block settings record.
-static_assert(offsetof(st_vorl_hdr, zoom_state) == 8, "");
-static_assert(offsetof(st_vorl_hdr, af_state) == 12, "");
-static_assert(offsetof(st_vorl_hdr, wind_state) == 16, "");
-static_assert(offsetof(st_vorl_hdr, ch_offset) == 20, "");
-static_assert(offsetof(st_vorl_hdr, p_tbl) == 24, "");
-static_assert(sizeof(st_vorl_hdr) == 32, "");
-
-// Engine records within their regions.
-static_assert(sizeof(st_vorl_inst) <= 128, "");
-static_assert(sizeof(st_vorl_ws) <= 12120, "");
-static_assert(sizeof(CPulseFilter) <= 3536, "");
-static_assert(offsetof(CPulseFilter, diff_hist) == 8, "diff_hist follows p_diff_hist");
 
 // Tuning-table file.
 static_assert(offsetof(st_vorl_tbl, st_vorl) == 4, "");
@@ -136,6 +93,3 @@ AT(nr_ctrl_freq_ep, 87);
 #undef AT
 static_assert(sizeof(st_vorlc) == 88, "");
 
-// Working copies keep the word layout so they copy to and from the image.
-static_assert(offsetof(st_vorl_ws, st_vorl) % 4 == 0, "");
-static_assert(offsetof(st_vorl_ws, st_vorlc) == offsetof(st_vorl_ws, st_vorl) + 4084, "");

@@ -117,9 +117,9 @@ void print_control(const st_vorlc &c) {
 extern "C" int32_t sound_vorl_print_tbl(const st_vorl_inst *inst) {
     const st_vorl_ws *ws = inst->p_ws;
     std::puts("************* VORL *****************");
-    print_main_arrays(ws->st_vorl);
-    print_main_values(ws->st_vorl);
+    print_main_arrays(ws->st_vorl_work);
+    print_main_values(ws->st_vorl_work);
     std::puts("************ VORLC *****************");
-    print_control(ws->st_vorlc);
+    print_control(ws->st_vorlc_work);
     return 0;
 }

@@ -58,7 +58,7 @@ int32_t sound_vorl_calc_check_sum(st_vorl_hdr *hdr) {
 int32_t sound_vorl_check_tbl(const st_vorl_inst *inst) {
     const int channels = channels_checked(inst);
     if (channels < 1) return 0;
-    const st_vorl *p = &inst->p_ws->st_vorl;
+    const st_vorl *p = &inst->p_ws->st_vorl_work;
     const float lower = p->zspec_comp_min_floor_value * p->tolerance_range_zspec_min;
     const float tol_max = p->tolerance_range_zspec_max;
     bool failed = false;
@@ -92,8 +92,8 @@ int32_t sound_vorl_check_tbl(const st_vorl_inst *inst) {
 }
 
 int32_t sound_vorl_write_back_tbl(const st_vorl_inst *inst, st_vorl_hdr *hdr) {
-    std::memcpy(&hdr->p_tbl->st_vorl, &inst->p_ws->st_vorl, sizeof(st_vorl));
-    std::memcpy(&hdr->p_tbl->st_vorlc, &inst->p_ws->st_vorlc, sizeof(st_vorlc));
+    std::memcpy(&hdr->p_tbl->st_vorl, &inst->p_ws->st_vorl_work, sizeof(st_vorl));
+    std::memcpy(&hdr->p_tbl->st_vorlc, &inst->p_ws->st_vorlc_work, sizeof(st_vorlc));
     return 0;
 }
 

@@ -30,7 +30,7 @@ class Driver : public ::testing::Test {
             for (float &x : row) x = v;
     }
     st_vorl_ws &ws() { return w.ws; }
-    st_vorl &p() { return w.ws.st_vorl; }
+    st_vorl &p() { return w.ws.st_vorl_work; }
     VORLWorkArea w{};
 };
 

@@ -33,7 +33,7 @@ class Core : public ::testing::Test {
         float *spec[2] = {w.frame[0], w.frame[1]};
         EXPECT_EQ(sound_vorl_core_sac(spec, &w.inst), 0);
     }
-    st_vorl &p() { return w.ws.st_vorl; }
+    st_vorl &p() { return w.ws.st_vorl_work; }
     VORLWorkArea w{};
 };
 
@@ -198,7 +198,7 @@ TEST_F(Core, BitsOfTwoFramesArePinned) {
     w.ws.bgn_sel = 2;
     p().eq_gain[9] = -0.001f;
     p().back_ground_noise[2][0][1] = 2e-5f;
-    w.ws.st_vorl.zspec_comp_coef_f_LR_d[0][3] = 0.01f;
+    w.ws.st_vorl_work.zspec_comp_coef_f_LR_d[0][3] = 0.01f;
     w.inst.wind_state = 1;
     std::string bits;
     for (uint32_t seed : {31u, 32u}) {

@@ -48,7 +48,7 @@ TEST(EngineSetup, WrongVersionIsReportedButTheEngineIsSetUp) {
         t.tbl_version = VORL_TBL_VERSION ^ (1u << bit);
         std::memset(&w.ws, 0xCC, sizeof w.ws);
         EXPECT_EQ(vorl::testkit::setup_engine(w, t), -1);
-        EXPECT_EQ(std::memcmp(&w.ws.st_vorl, &t.st_vorl, sizeof(st_vorl)), 0);
+        EXPECT_EQ(std::memcmp(&w.ws.st_vorl_work, &t.st_vorl, sizeof(st_vorl)), 0);
         EXPECT_EQ(w.ws.blk_cnt, t.st_vorl.nz_block_counter);
     }
 }
@@ -80,7 +80,7 @@ TEST(EngineSetup, TrainingModeChoosesWhichCoefficientsTheCoreReads) {
     t.st_vorl.train_mode = 1;
     vorl::testkit::setup_engine(w, t);
     EXPECT_EQ(w.ws.p_zcomp, w.ws.p_zcomp_tbl);
-    EXPECT_EQ(w.ws.p_zcomp_tbl, &w.ws.st_vorl.zspec_comp_coef_f_LR_d[0][0]);
+    EXPECT_EQ(w.ws.p_zcomp_tbl, &w.ws.st_vorl_work.zspec_comp_coef_f_LR_d[0][0]);
 }
 
 TEST(EngineSetup, ChangingTheImageAfterSetUpChangesNothing) {

@@ -49,7 +49,7 @@ TEST(HostProcess, StatusCodesOfTableLoading) {
     Host bad_version(old);
     bad_version.work().hdr.zoom_state = 2;
     EXPECT_EQ(bad_version.pre_process(), VORL_ERR_VERSION);
-    EXPECT_EQ(bad_version.work().ws.st_vorl.over_est, old.st_vorl.over_est);  // set up all the same
+    EXPECT_EQ(bad_version.work().ws.st_vorl_work.over_est, old.st_vorl.over_est);  // set up all the same
     EXPECT_NE(bad_version.work().inst.zoom_state, 2u);                         // hand-over skipped
 
     st_vorl_tbl zeros;
@@ -112,7 +112,7 @@ TEST(HostProcess, PostProcessSavesAPassingTableWithItsCountEveryTime) {
     ASSERT_EQ(host.pre_process(), 0);
     EXPECT_EQ(sound_vorl_get_tbl_cnt_info(&host.work().hdr), 10u);
     EXPECT_EQ(sound_vorl_info_get(&host.work().inst), 0u);
-    host.ws().st_vorl.zspec_comp_coef_f_LR_d[0][4] = 0.01f;  // as if learned
+    host.ws().st_vorl_work.zspec_comp_coef_f_LR_d[0][4] = 0.01f;  // as if learned
     host.work().inst.learn_cnt = 3;
     ASSERT_EQ(VORLPostProcess(&host.res), 0);
     st_vorl_tbl saved;
@@ -129,8 +129,8 @@ TEST(HostProcess, FailingCheckRewritesTheFileByteForByte) {
     Host host(reference_table());
     ASSERT_EQ(host.pre_process(), 0);
     const std::vector<unsigned char> before = vorl::testkit::read_file(host.table_file.path());
-    host.ws().st_vorl.zspec_comp_coef_f_LR_d_max[1][6] = 0.1f;  // learned curve now too high
-    host.ws().st_vorl.over_est = 7.0f;
+    host.ws().st_vorl_work.zspec_comp_coef_f_LR_d_max[1][6] = 0.1f;  // learned curve now too high
+    host.ws().st_vorl_work.over_est = 7.0f;
     host.work().inst.learn_cnt = 5;
     testing::internal::CaptureStderr();
     ASSERT_EQ(VORLPostProcess(&host.res), 0);

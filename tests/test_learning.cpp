@@ -16,7 +16,7 @@ class Learning : public ::testing::Test {
   protected:
     void SetUp() override { vorl::testkit::setup_engine(w, vorl::tablekit::reference_table()); }
     st_vorl_ws &ws() { return w.ws; }
-    st_vorl &p() { return w.ws.st_vorl; }
+    st_vorl &p() { return w.ws.st_vorl_work; }
     // Accumulators of a measuring period: weighted channel power w_m = 1 at
     // every fit point, difference power `diff` in the current slot.
     void period(float diff, float other_row) {

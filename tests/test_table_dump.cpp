@@ -53,7 +53,7 @@ TEST(TableDump, PrintsTheExactText) {
 TEST(TableDump, ShowsTheWorkingCopyNotTheImage) {
     static VORLWorkArea w;
     vorl::testkit::setup_engine(w, known_table());
-    w.ws.st_vorl.over_est = 0.75f;
+    w.ws.st_vorl_work.over_est = 0.75f;
     w.tbl.st_vorl.over_est = 9.0f;
     testing::internal::CaptureStdout();
     sound_vorl_print_tbl(&w.inst);

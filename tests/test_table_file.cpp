@@ -19,7 +19,7 @@ using vorl::testkit::TempFile;
 class TableFile : public ::testing::Test {
   protected:
     void SetUp() override { vorl::testkit::setup_engine(w, reference_table()); }
-    st_vorl &learned() { return w.ws.st_vorl; }
+    st_vorl &learned() { return w.ws.st_vorl_work; }
     std::string check_diagnostics(int32_t expect_result) {
         testing::internal::CaptureStderr();
         EXPECT_EQ(sound_vorl_check_tbl(&w.inst), expect_result);

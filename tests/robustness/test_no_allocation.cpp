@@ -122,7 +122,7 @@ TEST(NoAllocation, NoLibraryCallAllocates) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(allocations_in([&] { sound_vorl_print_tbl(&host.work().inst); }), 0);
     testing::internal::GetCapturedStdout();
-    host.ws().st_vorl.zspec_comp_coef_f_LR_d_max[0][9] = -1.0f;  // the check writes diagnostics
+    host.ws().st_vorl_work.zspec_comp_coef_f_LR_d_max[0][9] = -1.0f;  // the check writes diagnostics
     testing::internal::CaptureStderr();
     EXPECT_EQ(allocations_in([&] { sound_vorl_check_tbl(&host.work().inst); }), 0);
     testing::internal::GetCapturedStderr();

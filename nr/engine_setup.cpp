@@ -48,12 +48,12 @@ int32_t sound_vorl_set(const st_vorl_hdr *hdr, st_vorl_inst *inst) {
     ws->p_pow_spec = &ws->pow_spec[0][0];
     ws->p_diff_pow = ws->diff_pow;
     ws->p_zcomp = &ws->zcomp[0][0];
-    std::memcpy(&ws->st_vorl, &hdr->p_tbl->st_vorl, sizeof(st_vorl));
-    std::memcpy(&ws->st_vorlc, &hdr->p_tbl->st_vorlc, sizeof(st_vorlc));
-    ws->p_st_vorl = &ws->st_vorl;
-    ws->p_st_vorlc = &ws->st_vorlc;
-    ws->p_zcomp_tbl = &ws->st_vorl.zspec_comp_coef_f_LR_d[0][0];
-    ws->p_zcomp_max = &ws->st_vorl.zspec_comp_coef_f_LR_d_max[0][0];
+    std::memcpy(&ws->st_vorl_work, &hdr->p_tbl->st_vorl, sizeof(st_vorl));
+    std::memcpy(&ws->st_vorlc_work, &hdr->p_tbl->st_vorlc, sizeof(st_vorlc));
+    ws->p_st_vorl = &ws->st_vorl_work;
+    ws->p_st_vorlc = &ws->st_vorlc_work;
+    ws->p_zcomp_tbl = &ws->st_vorl_work.zspec_comp_coef_f_LR_d[0][0];
+    ws->p_zcomp_max = &ws->st_vorl_work.zspec_comp_coef_f_LR_d_max[0][0];
 
     sound_vorl_init_vorl_data(inst);
     return result;
@@ -61,7 +61,7 @@ int32_t sound_vorl_set(const st_vorl_hdr *hdr, st_vorl_inst *inst) {
 
 int32_t sound_vorl_init_vorl_data(st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
-    const st_vorl &p = ws->st_vorl;
+    const st_vorl &p = ws->st_vorl_work;
     std::memset(inst->p_frame[0], 0, VORL_FRAME_SIZE * sizeof(float));
     std::memset(inst->p_frame[1], 0, VORL_FRAME_SIZE * sizeof(float));
     std::memset(ws->gain_prev, 0, sizeof ws->gain_prev);
@@ -82,7 +82,7 @@ int32_t sound_vorl_init_vorl_data(st_vorl_inst *inst) {
 
     ws->z_frame_cnt = 0;
     ws->blk_cnt = p.nz_block_counter;
-    ws->ctrl_cnt = ws->st_vorlc.nr_ctrl_counter;
+    ws->ctrl_cnt = ws->st_vorlc_work.nr_ctrl_counter;
     ws->level_acc = 0.0f;
     ws->level_ref = 0.0f;
     ws->ctrl_pow_acc = 0.0f;

@@ -1,0 +1,52 @@
+# Compiles every public header on its own, and all of them together, as
+# C89, C99 and C11 (gcc, clang) and as C++17 (g++, clang++), with
+# -pedantic -Wall -Wextra -Werror. Arguments: INCLUDE_DIR, WORK_DIR and the
+# compilers GCC, GXX, CLANG, CLANGXX.
+file(GLOB headers RELATIVE ${INCLUDE_DIR} ${INCLUDE_DIR}/*.h)
+list(SORT headers)
+set(units)
+foreach(h IN LISTS headers)
+  string(MAKE_C_IDENTIFIER ${h} id)
+  file(WRITE ${WORK_DIR}/${id}.c "#include \"${h}\"\n")
+  list(APPEND units ${id})
+endforeach()
+list(REVERSE headers)
+set(all "")
+foreach(h IN LISTS headers)
+  string(APPEND all "#include \"${h}\"\n")
+endforeach()
+file(WRITE ${WORK_DIR}/all_headers.c "${all}")
+list(APPEND units all_headers)
+
+set(modes "GCC -std=c89" "GCC -std=c99" "GCC -std=c11" "CLANG -std=c89" "CLANG -std=c99"
+          "CLANG -std=c11" "GXX -std=c++17" "CLANGXX -std=c++17")
+set(failed 0)
+foreach(mode IN LISTS modes)
+  separate_arguments(mode)
+  list(GET mode 0 compiler_var)
+  list(GET mode 1 std)
+  set(compiler ${${compiler_var}})
+  if(NOT compiler)
+    message(SEND_ERROR "no compiler for ${compiler_var}")
+    set(failed 1)
+    continue()
+  endif()
+  set(lang c)
+  if(compiler_var MATCHES "XX$")
+    set(lang c++)
+  endif()
+  foreach(unit IN LISTS units)
+    execute_process(
+      COMMAND ${compiler} -x ${lang} ${std} -pedantic -Wall -Wextra -Werror -fsyntax-only
+              -I${INCLUDE_DIR} ${WORK_DIR}/${unit}.c
+      RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+    if(NOT rc EQUAL 0)
+      message(SEND_ERROR "${unit} fails with ${compiler} ${std}:\n${out}")
+      set(failed 1)
+    endif()
+  endforeach()
+endforeach()
+if(NOT failed)
+  list(LENGTH units n)
+  message(STATUS "${n} header units compile in ${modes}")
+endif()
