@@ -4,6 +4,7 @@
 // synthesis, and adapts the noise bias to the measured control-band power.
 #include <cstring>
 
+#include "engine_constants.h"
 #include "stages.h"
 #include "vorl.h"
 
@@ -23,11 +24,11 @@ void handle_drive_edges(st_vorl_ws *ws, uint32_t zoom, uint32_t prev) {
     const st_vorl &p = ws->st_vorl_work;
     if (zoom != 0 && prev == 0) {
         ws->blk_cnt = p.i_block_counter;
-        ws->learn_phase = 2;
+        ws->learn_phase = VORL_LEARN_DRIVE_STARTED;
         reset_learning_period(ws);
     } else if (zoom == 0 && prev != 0) {
         ws->blk_cnt = p.nz_block_counter;
-        ws->learn_phase = 0;
+        ws->learn_phase = VORL_LEARN_IDLE;
         reset_learning_period(ws);
         ws->fit_ok_nz = 0;
     }
@@ -59,20 +60,20 @@ void set_block_switches(st_vorl_ws *ws, uint32_t zoom) {
 void run_equaliser_fade(st_vorl_ws *ws) {
     const st_vorl &p = ws->st_vorl_work;
     if (ws->eq_on_prev == 1 && ws->eq_on == 0) {
-        ws->eq_fade_state = 2;
+        ws->eq_fade_state = VORL_EQ_FADING_OUT;
         ws->eq_start = ws->eq_base;
         ws->eq_fade = 1.0f;
     } else if (ws->eq_on_prev == 0 && ws->eq_on != 0) {
-        ws->eq_fade_state = 1;
+        ws->eq_fade_state = VORL_EQ_FADING_IN;
         ws->eq_start = 1.0f;
         ws->eq_fade = 1.0f;
     }
-    if (ws->eq_fade_state == 2) {
+    if (ws->eq_fade_state == VORL_EQ_FADING_OUT) {
         const float c = p.eq_sm_coef_out;
         ws->eq_start = c + (1.0f - c) * ws->eq_start;
         ws->eq_fade = ws->eq_fade * (1.0f - c);
         ws->eq_slope_scale = ws->eq_fade;
-    } else if (ws->eq_fade_state == 1) {
+    } else if (ws->eq_fade_state == VORL_EQ_FADING_IN) {
         const float c = p.eq_sm_coef_in;
         ws->eq_start = c * ws->eq_base + (1.0f - c) * ws->eq_start;
         ws->eq_fade = ws->eq_fade * (1.0f - c);
@@ -146,8 +147,7 @@ extern "C" void sound_vorl(const int16_t *ring, int16_t *out, st_vorl_inst *inst
 
     float *const frames[2] = {inst->p_frame[0], inst->p_frame[1]};
     vorl::analyse(frames[0], frames[1], ring, inst->ch_offset, inst->p_sin_win_tbl);
-    // The record holds two frame buffers; a larger channel count uses both.
-    const int channels = static_cast<int32_t>(inst->ch_num) > 2 ? 2 : static_cast<int32_t>(inst->ch_num);
+    const int channels = vorl::stage_channels(static_cast<int32_t>(inst->ch_num));
     const auto n = static_cast<int32_t>(inst->frame_size);
     for (int c = 0; c < channels; ++c) sound_vorl_rfft_sac(frames[c], n, inst);
     sound_vorl_core_sac(frames, inst);

@@ -2,16 +2,17 @@
 // channel-difference power plus a background template), spectral-subtraction
 // gain with over-estimation, floor and time smoothing, equaliser, and the
 // accumulators the learning step refits the zoom-noise model from.
+#include "engine_constants.h"
 #include "vorl.h"
 
 namespace {
 
-constexpr int kBins = 256;
-constexpr int kBands = 72;
-constexpr int kOddBinLimit = 95;            // odd bins 1..95: the 48 fit points
-constexpr float kOneThird = 0.33333334f;    // outer taps of the 5-tap smoother
-constexpr float kTwoThirds = 0.6666667f;    // inner taps of the 3- and 5-tap smoothers
-constexpr float kFrameScale = 0.001953125f; // 1/512: total power to a per-frame level
+using vorl::kBands;
+using vorl::kBins;
+using vorl::kOneThird;
+using vorl::kTwoThirds;
+
+constexpr float kFrameScale = 0.001953125f;  // 1/512: total power to a per-frame level
 
 // Three-tap smoothing, neighbours outside 0..255 left out (no renormalisation).
 inline float smooth3(const float *q, int i) {
@@ -57,82 +58,120 @@ float measure_powers(const float *l, const float *r, st_vorl_ws *ws, float *cont
     return total;
 }
 
+// The block's values every bin reads.
+struct BlockValues {
+    const st_vorl *p;
+    const float (*background)[vorl::kBinGroups];  // the selected template
+    float oe, oe_wind;  // over-estimation without and with wind
+    float bias;         // noise bias of the zoom-noise estimate
+    float keep;         // 1 - nr_gain_sm_coef
+    uint32_t zn_on, bgn_on;
+};
+
+// Noise power of one channel at bin i: the zoom-motor part, from the running
+// coefficient sum and the difference power, plus the background template's
+// running sum.
+inline float noise_estimate(const BlockValues &b, int i, float coef_sum, float bg_sum, float diff_pow) {
+    const st_vorl &p = *b.p;
+    const float z = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : coef_sum;
+    const float zoom_noise_raw = z * (diff_pow * b.bias);
+    const float zoom_noise = b.zn_on == 1 && zoom_noise_raw > 0.0f ? zoom_noise_raw : 0.0f;
+    const float bg = bg_sum > 0.0f ? bg_sum : 0.0f;
+    return b.bgn_on == 1 ? zoom_noise + bg : zoom_noise;
+}
+
+// Spectral-subtraction gain from the noise-to-power ratio, floored, outside
+// the processed bins 1, smoothed over time in gain_prev.
+inline float smoothed_gain(const BlockValues &b, int i, float ratio, float &gain_prev) {
+    const st_vorl &p = *b.p;
+    ratio = ratio * (i < p.wind_nr_proc_freq ? b.oe_wind : b.oe);
+    const bool outside = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin;
+    const float raw_gain = outside ? 1.0f : 1.0f - ratio;
+    const float gain = p.nr_floor_coef >= raw_gain ? p.nr_floor_coef : raw_gain;
+    const float smoothed = p.nr_gain_sm_coef * gain_prev + b.keep * gain;
+    gain_prev = smoothed;
+    return smoothed;
+}
+
+// Both parts of bin i scaled by equaliser and gain; bin 0 pairs DC with Nyquist.
+inline void apply_gain(float *x, int i, float eq, float gain) {
+    const int im = i == 0 ? 256 : 512 - i;
+    x[i] = (x[i] * eq) * gain;
+    x[im] = (x[im] * eq) * gain;
+}
+
+// Smoothed powers of one bin that the learning step accumulates.
+struct BinPowers {
+    float p3[2];   // 3-tap channel powers
+    float p5_sum;  // 5-tap channel powers, summed over the channels
+    float d3, d5;  // 3- and 5-tap difference power
+};
+
+// Fit points (odd bins 1..95) and band ends feed the learning step; a
+// malformed band list holds the band counter at the last band.
+inline void accumulate(st_vorl_ws *ws, const st_vorl &p, int i, const BinPowers &s, int &band) {
+    if ((i & 1) != 0 && i <= vorl::kOddBinLimit) {
+        const int point = i / 2;
+        ws->zspec_acc[2][point] += s.p5_sum;
+        ws->zspec_acc[ws->zspec_slot][point] += s.d5;
+    }
+    if (i == p.zspec_comp_base_bin[band]) {
+        ws->band_acc[1][band] += s.p3[0];
+        ws->band_acc[2][band] += s.p3[1];
+        ws->band_acc[0][band] += s.d3;
+        if (band < kBands - 1) ++band;
+    }
+}
+
 }  // namespace
 
 extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
     st_vorl_ws *ws = inst->p_ws;
     const st_vorl &p = ws->st_vorl_work;
-    const int channels = inst->ch_num_proc > 2 ? 2 : inst->ch_num_proc;
+    const int channels = vorl::stage_channels(inst->ch_num_proc);
 
     float control_pow;
     const float total_pow = measure_powers(spec[0], spec[1], ws, &control_pow);
 
     const float oe = ws->over_est_cur;
-    const float oe_wind = inst->wind_state == 1 ? p.wind_nr_proc_bias * oe : oe;
     // Templates 0..2 exist; an out-of-range drive code falls back to "AF".
     const int sel = ws->bgn_sel >= 0 && ws->bgn_sel <= 2 ? ws->bgn_sel : 0;
-    const float(*background)[65] = p.back_ground_noise[sel];
+    const BlockValues b{&p,
+                        p.back_ground_noise[sel],
+                        oe,
+                        inst->wind_state == 1 ? p.wind_nr_proc_bias * oe : oe,
+                        ws->bias_cur,
+                        1.0f - p.nr_gain_sm_coef,
+                        ws->zn_on,
+                        ws->bgn_on};
     const float *zcomp = ws->p_zcomp;
-    const float keep = 1.0f - p.nr_gain_sm_coef;
-    const uint8_t slot = ws->zspec_slot;
 
     float eq = ws->eq_start;
     float bg_sum[2] = {0.0f, 0.0f};
     float coef_sum[2] = {0.0f, 0.0f};
     int band = 0;
-    int odd = 0;
 
     for (int i = 0; i < kBins; ++i) {
-        const int group = (i + 3) / 4;
+        const int group = vorl::bin_group(i);
         if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
         const float eq_applied = eq > 0.0f ? eq : 0.0f;
 
-        const float d3 = smooth3(ws->diff_pow, i);
-        const float d5 = smooth5(ws->diff_pow, i, d3);
-
-        float p5_sum = 0.0f;
-        float p3[2] = {0.0f, 0.0f};
+        BinPowers s{{0.0f, 0.0f}, 0.0f, 0.0f, 0.0f};
+        s.d3 = smooth3(ws->diff_pow, i);
+        s.d5 = smooth5(ws->diff_pow, i, s.d3);
         for (int ch = 0; ch < channels; ++ch) {
             float *pow = ws->pow_spec[ch];
-            p3[ch] = smooth3(pow, i);
-            p5_sum += smooth5(pow, i, p3[ch]);
+            s.p3[ch] = smooth3(pow, i);
+            s.p5_sum += smooth5(pow, i, s.p3[ch]);
             // The clamp is written back, so later bins smooth clamped powers.
             const float recip = sound_vorl_recip(&pow[i], 2, &p);
-
             coef_sum[ch] += zcomp[ch * kBands + band];
-            const float z = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : coef_sum[ch];
-            const float zoom_noise_raw = z * (ws->diff_pow[i] * ws->bias_cur);
-            const float zoom_noise = ws->zn_on == 1 && zoom_noise_raw > 0.0f ? zoom_noise_raw : 0.0f;
-
-            bg_sum[ch] += background[ch][group];
-            const float bg = bg_sum[ch] > 0.0f ? bg_sum[ch] : 0.0f;
-            const float noise = ws->bgn_on == 1 ? zoom_noise + bg : zoom_noise;
-
-            float ratio = recip * noise;
-            ratio = ratio * (i < p.wind_nr_proc_freq ? oe_wind : oe);
-            const bool outside = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin;
-            const float raw_gain = outside ? 1.0f : 1.0f - ratio;
-            const float gain = p.nr_floor_coef >= raw_gain ? p.nr_floor_coef : raw_gain;
-            const float smoothed = p.nr_gain_sm_coef * ws->gain_prev[ch][i] + keep * gain;
-            ws->gain_prev[ch][i] = smoothed;
-
-            float *x = spec[ch];
-            const int im = i == 0 ? 256 : 512 - i;  // bin 0 pairs DC with Nyquist
-            x[i] = (x[i] * eq_applied) * smoothed;
-            x[im] = (x[im] * eq_applied) * smoothed;
+            bg_sum[ch] += b.background[ch][group];
+            const float noise = noise_estimate(b, i, coef_sum[ch], bg_sum[ch], ws->diff_pow[i]);
+            const float gain = smoothed_gain(b, i, recip * noise, ws->gain_prev[ch][i]);
+            apply_gain(spec[ch], i, eq_applied, gain);
         }
-
-        if ((i & 1) != 0 && i <= kOddBinLimit) {
-            ws->zspec_acc[2][odd] += p5_sum;
-            ws->zspec_acc[slot][odd] += d5;
-            ++odd;
-        }
-        if (i == p.zspec_comp_base_bin[band]) {
-            ws->band_acc[1][band] += p3[0];
-            ws->band_acc[2][band] += p3[1];
-            ws->band_acc[0][band] += d3;
-            if (band < kBands - 1) ++band;  // a malformed node list holds the last band
-        }
+        accumulate(ws, p, i, s, band);
     }
 
     ws->level_acc += total_pow * kFrameScale;

@@ -96,7 +96,7 @@ int32_t sound_vorl_init_vorl_data(st_vorl_inst *inst) {
     ws->eq_start = p.eq_gain[0];
     ws->eq_fade = 1.0f;
     ws->eq_slope_scale = 1.0f;
-    ws->eq_fade_state = 0;
+    ws->eq_fade_state = VORL_EQ_STEADY;
     ws->eq_on = 0;
     ws->bgn_on = 0;
     ws->zn_on = 0;
@@ -105,7 +105,7 @@ int32_t sound_vorl_init_vorl_data(st_vorl_inst *inst) {
     ws->zoom_prev = 0;
     ws->ctrl_flags = 0;
     ws->zoom_blk_sum = 0;
-    ws->learn_phase = 0;
+    ws->learn_phase = VORL_LEARN_IDLE;
     ws->ctrl_hist_idx = 0;
     ws->zspec_slot = 0;
     ws->fit_ok_z = 0;

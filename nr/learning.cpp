@@ -4,6 +4,7 @@
 // zoom-noise coefficients blended into the working parameter copy.
 #include <cstring>
 
+#include "engine_constants.h"
 #include "vorl.h"
 
 extern "C" {
@@ -12,9 +13,9 @@ float dval = 0.0f;
 
 namespace {
 
-constexpr int kBands = 72;
-constexpr int kFitPoints = 48;
-constexpr float kThreeTapNorm = 0.42857143f;  // 3/7: one over the 3-tap weight sum
+using vorl::kBands;
+using vorl::kFitPoints;
+using vorl::kThreeTapNorm;
 
 // dval is shared by all instances; a relaxed store keeps threads race-free.
 void publish_error_ratio(float v) { __atomic_store(&dval, &v, __ATOMIC_RELAXED); }
@@ -121,16 +122,16 @@ int32_t sound_vorl_core_post_sac(st_vorl_inst *inst) {
 
     ws->zcomp_rate = learning_rate(ws);
     switch (ws->learn_phase) {
-        case 2:  // opening blocks of a drive are over: start measuring
+        case VORL_LEARN_DRIVE_STARTED:  // opening blocks are over: start measuring
             ws->blk_cnt = p.z_block_counter;
-            ws->learn_phase = 1;
+            ws->learn_phase = VORL_LEARN_DRIVE_RUNNING;
             ws->z_frame_cnt = 0;
             break;
-        case 1:
+        case VORL_LEARN_DRIVE_RUNNING:
             ws->blk_cnt = p.z_block_counter;
             zoom_fit_and_update(inst);
             break;
-        case 0:
+        case VORL_LEARN_IDLE:
             ws->blk_cnt = p.nz_block_counter;
             no_zoom_fit(inst);
             break;

@@ -6,6 +6,7 @@
 // earlier and one block later (the second half finishes on the next call).
 #include <cstring>
 
+#include "../nr/engine_constants.h"
 #include "pulse_stats.h"
 #include "vorl.h"
 
@@ -87,7 +88,7 @@ extern "C" {
 
 st_vorl_inst *sound_CPulseFilter_init(st_vorl_inst *inst) {
     CPulseFilter *pf = inst->p_pulse;
-    const int channels = inst->ch_num_proc > 2 ? 2 : inst->ch_num_proc;
+    const int channels = vorl::stage_channels(inst->ch_num_proc);
     for (int ch = 0; ch < channels; ++ch) {
         pf->fade_pending[ch] = 0;
         pf->fade_pos[ch] = 0;
@@ -102,7 +103,7 @@ st_vorl_inst *sound_CPulseFilter_init(st_vorl_inst *inst) {
 }
 
 void sound_pulse_filter(const int16_t *in, int16_t *out, st_vorl_inst *inst) {
-    const int channels = inst->ch_num_proc > 2 ? 2 : inst->ch_num_proc;
+    const int channels = vorl::stage_channels(inst->ch_num_proc);
     for (int ch = 0; ch < channels; ++ch)
         sound_pulse_filter_sac(in, out + static_cast<size_t>(ch) * inst->ch_offset, ch, inst);
 }

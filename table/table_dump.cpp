@@ -2,6 +2,7 @@
 // tuning engineers compare between runs.
 #include <cstdio>
 
+#include "../nr/engine_constants.h"
 #include "vorl.h"
 
 namespace {
@@ -24,15 +25,15 @@ void print_array(const char *title, const T *values, int count, const char *form
 
 void print_main_arrays(const st_vorl &p) {
     const char *f10 = "%6.10f";
-    print_array("p_st_vorl->eq_gain :", p.eq_gain, 65, "%2.7f", true);
-    print_array("p_st_vorl->zspec_comp_coef_f_LR_d Lch :", p.zspec_comp_coef_f_LR_d[0], 72, f10, true);
-    print_array("p_st_vorl->zspec_comp_coef_f_LR_d Rch :", p.zspec_comp_coef_f_LR_d[1], 72, f10, true);
-    print_array("p_st_vorl->zspec_comp_coef_f_LR_d_max Lch :", p.zspec_comp_coef_f_LR_d_max[0], 72, f10,
+    print_array("p_st_vorl->eq_gain :", p.eq_gain, vorl::kBinGroups, "%2.7f", true);
+    print_array("p_st_vorl->zspec_comp_coef_f_LR_d Lch :", p.zspec_comp_coef_f_LR_d[0], vorl::kBands, f10, true);
+    print_array("p_st_vorl->zspec_comp_coef_f_LR_d Rch :", p.zspec_comp_coef_f_LR_d[1], vorl::kBands, f10, true);
+    print_array("p_st_vorl->zspec_comp_coef_f_LR_d_max Lch :", p.zspec_comp_coef_f_LR_d_max[0], vorl::kBands, f10,
                  true);
-    print_array("p_st_vorl->zspec_comp_coef_f_LR_d_max Rch :", p.zspec_comp_coef_f_LR_d_max[1], 72, f10,
+    print_array("p_st_vorl->zspec_comp_coef_f_LR_d_max Rch :", p.zspec_comp_coef_f_LR_d_max[1], vorl::kBands, f10,
                  true);
-    print_array("p_st_vorl->zspec_comp_inter_hop :", p.zspec_comp_inter_hop, 72, f10, true);
-    print_array("p_st_vorl->zspec_comp_base_bin :", p.zspec_comp_base_bin, 72, "%d", true);
+    print_array("p_st_vorl->zspec_comp_inter_hop :", p.zspec_comp_inter_hop, vorl::kBands, f10, true);
+    print_array("p_st_vorl->zspec_comp_base_bin :", p.zspec_comp_base_bin, vorl::kBands, "%d", true);
     static const char *const kTemplateTitles[3][2] = {
         {"p_st_vorl->back_ground_noise AF Lch :", "p_st_vorl->back_ground_noise AF Rch :"},
         {"p_st_vorl->back_ground_noise WT Lch :", "p_st_vorl->back_ground_noise WT Rch :"},
@@ -40,9 +41,9 @@ void print_main_arrays(const st_vorl &p) {
     };
     for (int t = 0; t < 3; ++t)
         for (int ch = 0; ch < 2; ++ch)
-            print_array(kTemplateTitles[t][ch], p.back_ground_noise[t][ch], 65, f10, true);
-    print_array("p_st_vorl->zspec_freq_weight_f_z :", p.zspec_freq_weight_f_z, 48, f10, false);
-    print_array("p_st_vorl->zspec_freq_weight_f_nz :", p.zspec_freq_weight_f_nz, 48, f10, false);
+            print_array(kTemplateTitles[t][ch], p.back_ground_noise[t][ch], vorl::kBinGroups, f10, true);
+    print_array("p_st_vorl->zspec_freq_weight_f_z :", p.zspec_freq_weight_f_z, vorl::kFitPoints, f10, false);
+    print_array("p_st_vorl->zspec_freq_weight_f_nz :", p.zspec_freq_weight_f_nz, vorl::kFitPoints, f10, false);
     print_array("p_st_vorl->div_search_tbl_f :", p.div_search_tbl_f, 28, f10, false);
     print_array("p_st_vorl->div_init_value_tbl_f :", p.div_init_value_tbl_f, 28, f10, false);
 }

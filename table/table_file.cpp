@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../nr/engine_constants.h"
 #include "vorl.h"
 
 namespace {
@@ -18,10 +19,6 @@ uint32_t table_word_sum(const st_vorl_tbl *t) {
         sum += word;  // wraps modulo 2^32
     }
     return sum;
-}
-
-int channels_checked(const st_vorl_inst *inst) {
-    return inst->ch_num_proc > 2 ? 2 : inst->ch_num_proc;  // the record holds two rows
 }
 
 }  // namespace
@@ -56,7 +53,7 @@ int32_t sound_vorl_calc_check_sum(st_vorl_hdr *hdr) {
 }
 
 int32_t sound_vorl_check_tbl(const st_vorl_inst *inst) {
-    const int channels = channels_checked(inst);
+    const int channels = vorl::stage_channels(inst->ch_num_proc);
     if (channels < 1) return 0;
     const st_vorl *p = &inst->p_ws->st_vorl_work;
     const float lower = p->zspec_comp_min_floor_value * p->tolerance_range_zspec_min;
@@ -74,7 +71,7 @@ int32_t sound_vorl_check_tbl(const st_vorl_inst *inst) {
             std::fputc('2', stderr);
             failed = true;
         }
-        for (int j = 1; j < 72; ++j) {
+        for (int j = 1; j < vorl::kBands; ++j) {
             const int bins = static_cast<int>(p->zspec_comp_base_bin[j]) -
                              static_cast<int>(p->zspec_comp_base_bin[j - 1]);
             v = v + inc[j] * static_cast<float>(bins);
