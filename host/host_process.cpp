@@ -45,7 +45,12 @@ int32_t VORLPostProcess(VORLResource *res) {
     if (res == nullptr) return VORL_ERR_NULL;
     VORLWorkArea *w = vorl::work_area(res);
     if (sound_vorl_check_tbl(&w->inst) == 0) {
+        // The autofocus switch (VORLSetAfTemplate) is a setting of this run,
+        // not something learned: the file keeps the table's own bit.
+        const uint8_t table_bn_flag = w->tbl.st_vorl.bn_proc_flag;
         sound_vorl_write_back_tbl(&w->inst, &w->hdr);
+        uint8_t &saved = w->tbl.st_vorl.bn_proc_flag;
+        saved = static_cast<uint8_t>((saved & ~1u) | (table_bn_flag & 1u));
         sound_vorl_set_tbl_cnt_info(&w->inst, &w->hdr);
     }
     sound_vorl_calc_check_sum(&w->hdr);

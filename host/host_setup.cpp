@@ -1,5 +1,5 @@
 // Set-up functions of the host interface: work-area size, places of input
-// and output, initialisation, and the drive-state helper.
+// and output, initialisation, and the drive-state and autofocus helpers.
 #include <cstring>
 
 #include "vorl.h"
@@ -55,6 +55,15 @@ int32_t VORLSetDriveState(VORLResource *res, uint32_t zoom_state, uint32_t af_st
     hdr.zoom_state = zoom_state;
     hdr.af_state = af_state;
     hdr.wind_state = wind_state;
+    return VORL_OK;
+}
+
+int32_t VORLSetAfTemplate(VORLResource *res, uint32_t on) {
+    if (res == nullptr || res->p_work == nullptr) return VORL_ERR_NULL;
+    // Bit 0 of bn_proc_flag adds the background template to blocks without
+    // zoom drive, and those blocks select template 0 ("AF").
+    uint8_t &flag = vorl::work_area(res)->ws.st_vorl_work.bn_proc_flag;
+    flag = static_cast<uint8_t>(on != 0 ? flag | 1u : flag & ~1u);
     return VORL_OK;
 }
 

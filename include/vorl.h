@@ -148,6 +148,16 @@ VORL_API int32_t VORLPostProcess(VORLResource *res);
  * 0, or VORL_ERR_NULL when the record or its p_work is null. */
 VORL_API int32_t VORLSetDriveState(VORLResource *res, uint32_t zoom_state,
                                    uint32_t af_state, uint32_t wind_state);
+/* Switches background template 0 ("AF") on (on != 0) or off for the
+ * following blocks without zoom drive, e.g. while the autofocus motor runs.
+ * It changes only bit 0 of bn_proc_flag in the engine's working copy of the
+ * main parameter block (which blocks without zoom drive read each block);
+ * blocks with zoom drive, the table image and the table file are not
+ * affected: VORLPostProcess saves the table's own bit 0. The setting lasts
+ * until the next call or VORLPreProcess, which reloads the table's bit.
+ * Without calls every result is as before. 0, or VORL_ERR_NULL when the
+ * record or its p_work is null. */
+VORL_API int32_t VORLSetAfTemplate(VORLResource *res, uint32_t on);
 
 /* ------------------------------------------------------- DC-cut filter */
 

@@ -1,11 +1,13 @@
 // Processing entry points end to end: status codes, the 768-frame delay,
 // transparency with suppression off, drive words and the pulse switch, the
-// ring shift, and the learned table's save with its count.
+// ring shift, the autofocus template switch, and the learned table's save
+// with its count.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -102,6 +104,83 @@ TEST(HostProcess, PulseFilterRunsExactlyWhenItsSwitchIsSetAndRingsMoveDown) {
         ASSERT_EQ(host.work().ring[0][512 + i], ramp[2 * i]);
         ASSERT_EQ(host.work().ring[1][768 + i], ramp[2 * i + 1]);
     }
+}
+
+// Energy of blocks [first, last) of an interleaved recording, in dB.
+double level_db(const std::vector<int16_t> &v, int first, int last) {
+    double e = 1e-9;
+    for (size_t i = static_cast<size_t>(first) * 512; i < static_cast<size_t>(last) * 512; ++i)
+        e += static_cast<double>(v[i]) * v[i];
+    return 10.0 * std::log10(e);
+}
+
+TEST(HostProcess, AfTemplateSwitchSuppressesAutofocusBlocksAndLeavesTheRestAndTheFile) {
+    // A quiet scene with bursts of autofocus rattle (noise at 3000 rms-ish,
+    // modulated at 90 Hz) in blocks without zoom drive. The table's template
+    // 0 holds the rattle's mean power per bin, but its bit 0 keeps templates
+    // off without zoom drive.
+    constexpr float kAmp = 3000.0f, kMeanSquare = kAmp * kAmp / 3.0f * 0.59375f;
+    st_vorl_tbl t = reference_table();
+    t.st_vorl.bn_proc_flag = 2;
+    t.st_vorl.zn_proc_flag = 2;
+    for (auto &row : t.st_vorl.back_ground_noise[0]) row[0] = kMeanSquare / 4194304.0f;  // times sum w^2
+    seal(t);
+
+    constexpr int kBlocks = 128, kBurst = 16;
+    auto in_burst = [](int b) { return b >= 16 && (b - 16) % 56 < kBurst; };  // blocks 16..31, 72..87
+    vorl::testkit::Noise noise(5);
+    std::vector<int16_t> in(kBlocks * 512);
+    for (size_t n = 0; n < in.size() / 2; ++n) {
+        const float t_s = static_cast<float>(n) / 48000.0f;
+        const float tone = 300.0f * std::sin(6.2831853f * 440.0f * t_s);
+        const float rattle = 0.75f + 0.25f * std::sin(6.2831853f * 90.0f * t_s);
+        for (int ch = 0; ch < 2; ++ch) {
+            float v = tone + 20.0f * noise.uniform();
+            if (in_burst(static_cast<int>(n / 256))) v += kAmp * rattle * noise.uniform();
+            in[2 * n + ch] = static_cast<int16_t>(v);
+        }
+    }
+
+    Host plain(t), af(t);
+    ASSERT_EQ(plain.pre_process(), 0);
+    ASSERT_EQ(af.pre_process(), 0);
+    const std::vector<unsigned char> table_before = vorl::testkit::read_file(af.table_file.path());
+    const std::vector<int16_t> out_plain = plain.run(in);
+    std::vector<int16_t> out_af(in.size());
+    for (int b = 0; b < kBlocks; ++b) {
+        ASSERT_EQ(VORLSetAfTemplate(&af.res, in_burst(b) ? 1 : 0), VORL_OK);
+        af.block(&in[b * 512], &out_af[b * 512]);
+    }
+
+    // Inside the bursts (past the frames that straddle their edges; output
+    // block b + 3 holds input block b): the switch removes most of the
+    // rattle; without it the level stays.
+    for (int first : {18, 74}) {
+        const double in_db = level_db(in, first, first + 11);
+        EXPECT_NEAR(level_db(out_plain, first + 3, first + 14), in_db, 0.2) << first;
+        EXPECT_LT(level_db(out_af, first + 3, first + 14), in_db - 6.0) << first;
+    }
+    // Outside all drives the output is the same bits: before the first
+    // switched frame (the one of call 16 holds input block 13) and once the
+    // smoothed gains have returned to 1 after a burst.
+    auto same_blocks = [&](int first, int last) {
+        return std::equal(out_af.begin() + (first + 3) * 512, out_af.begin() + (last + 3) * 512,
+                          out_plain.begin() + (first + 3) * 512);
+    };
+    EXPECT_TRUE(same_blocks(0, 13));
+    EXPECT_TRUE(same_blocks(60, 68));
+    EXPECT_TRUE(same_blocks(116, 125));
+
+    // The table file keeps the table's own flag; the working copy keeps the switch.
+    ASSERT_EQ(VORLSetAfTemplate(&af.res, 1), VORL_OK);
+    ASSERT_EQ(sound_vorl_check_tbl(&af.work().inst), 0);
+    ASSERT_EQ(VORLPostProcess(&af.res), 0);
+    EXPECT_EQ(vorl::testkit::read_file(af.table_file.path()), table_before);
+    EXPECT_EQ(af.ws().st_vorl_work.bn_proc_flag, 3);
+
+    EXPECT_EQ(VORLSetAfTemplate(nullptr, 1), VORL_ERR_NULL);
+    VORLResource no_work{};
+    EXPECT_EQ(VORLSetAfTemplate(&no_work, 1), VORL_ERR_NULL);
 }
 
 TEST(HostProcess, PostProcessSavesAPassingTableWithItsCountEveryTime) {
