@@ -167,8 +167,8 @@ typedef struct VORLWorkArea {
  * pulse filter's history pointer and block slots. Touches nothing else. */
 VORL_API void sound_vorl_init(void *work);
 /* Copies the block settings (channel counts, frame size, channel offset,
- * table pointer, wind word) into inst, copies the image's st_vorl and
- * st_vorlc into the workspace's working copies, then calls
+ * table pointer, wind word) into inst, clears learn_cnt, copies the image's
+ * st_vorl and st_vorlc into the workspace's working copies, then calls
  * sound_vorl_init_vorl_data. Needs sound_vorl_init first. 0, or -1 when the
  * image's version word is not VORL_TBL_VERSION (set up all the same). */
 VORL_API int32_t sound_vorl_set(const st_vorl_hdr *hdr, st_vorl_inst *inst);
@@ -231,10 +231,10 @@ VORL_API void sound_vorl_learn_coef(st_vorl_inst *inst, float ref_scale, float z
 
 /* --------------------------------------------------------- transforms */
 
-/* In-place unnormalised real FFT of n = 2*4^m points into the half-complex
- * layout (for n = 512: the spectrum layout above). Correct for n = 4, 8,
- * 32, 128, 512, 2048; longer lengths reuse the last seed pair (wrong, but
- * memory-safe). Reads the seeds through inst->p_ifft_tbl. Returns buf. */
+/* In-place unnormalised real FFT of n points into the half-complex layout
+ * (for n = 512: the spectrum layout above). Written for n = 2*4^m: correct
+ * for n = 8..2048 (and 4); longer such n reuse the last seed pair and give
+ * a wrong spectrum. Reads the seeds through inst->p_ifft_tbl. Returns buf. */
 VORL_API float *sound_vorl_rfft_sac(float *buf, int32_t n, const st_vorl_inst *inst);
 /* Inverse of the above for n = 512 only (other lengths: buf untouched);
  * inverse(forward(x)) = 512 x. Returns buf. */
