@@ -161,7 +161,9 @@ VORL_API int32_t VORLSetAfTemplate(VORLResource *res, uint32_t on);
 
 /* ------------------------------------------------------- DC-cut filter */
 
-/* State of one stereo DC-cut (35.7 Hz at 48 kHz Butterworth high-pass). */
+/* State of one stereo DC-cut (35.7 Hz at 48 kHz Butterworth high-pass,
+ * direct form II): w1, w2 the two delayed intermediate values per channel;
+ * w0 the newest one, equal to w1 after each sample and never read. */
 typedef struct VORLDcCutState {
     double w0_l, w1_l, w2_l;
     double w0_r, w1_r, w2_r;
