@@ -2,8 +2,9 @@
 // measures the newest block's absolute first differences, judges the block
 // of two calls earlier against 16-block statistics and the peaks of the
 // blocks two before and two after it, and during a zoom drive rebuilds a
-// detected click as a Q14 Hamming cross-fade between the signal one block
-// earlier and one block later (the second half finishes on the next call).
+// detected click as a Q14 Hamming cross-fade (tblHamming, hamming_table.cpp)
+// between the signal one block earlier and one block later (the second half
+// finishes on the next call).
 #include <cstring>
 
 #include "../nr/engine_constants.h"
