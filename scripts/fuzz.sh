@@ -20,7 +20,7 @@ command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
 
 echo "== fuzz: build (clang, -fsanitize=fuzzer,address,undefined)"
 cmake -S . -B "$build" "${generator[@]}" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=Release -DVORL_BUILD_FUZZ=ON -DVORL_BUILD_TESTS=OFF -DVORL_BUILD_TOOLS=OFF >/dev/null
+  -DCMAKE_BUILD_TYPE=Release -DVORL_BUILD_FUZZ=ON -DVORL_BUILD_TESTS=OFF -DVORL_BUILD_TOOLS=OFF -DVORL_BUILD_BENCH=OFF >/dev/null
 build_targets=()
 for t in $targets; do build_targets+=("fuzz_$t"); done
 cmake --build "$build" -j"$(nproc)" --target "${build_targets[@]}"

@@ -26,7 +26,7 @@ arm_suite() {  # name, build dir, toolchain file, compiler for the check's self-
 
   echo "== aarch64 ($name): build"
   cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
-    -DCMAKE_BUILD_TYPE=Release -DVORL_BUILD_TESTS=ON -DVORL_BUILD_TOOLS=OFF >/dev/null
+    -DCMAKE_BUILD_TYPE=Release -DVORL_BUILD_TESTS=ON -DVORL_BUILD_TOOLS=OFF -DVORL_BUILD_BENCH=OFF >/dev/null
   cmake --build "$dir" -j"$jobs"
   aarch64-linux-gnu-objdump -f "$dir/libvorl.so" | grep -q 'architecture: aarch64' ||
     { echo "not an aarch64 library: $dir/libvorl.so" >&2; exit 1; }

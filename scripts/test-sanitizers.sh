@@ -23,7 +23,7 @@ configure() {  # build dir, sanitizer flags, further cmake arguments
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_C_FLAGS="$flags $common" -DCMAKE_CXX_FLAGS="$flags $common" \
     -DCMAKE_EXE_LINKER_FLAGS="$flags" -DCMAKE_SHARED_LINKER_FLAGS="$flags" \
-    -DVORL_BUILD_TESTS=ON "$@" >/dev/null
+    -DVORL_BUILD_TESTS=ON -DVORL_BUILD_BENCH=OFF "$@" >/dev/null
 }
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer: whole test suite"

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <unistd.h>
 
 #include "cli_harness.h"
 
@@ -22,6 +23,7 @@ double sweep(int64_t n, int c) {
 double loud_float(int64_t n, int) { return 1.5 * std::sin(2.0 * M_PI * 440.0 * n / 48000.0); }
 
 bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+bool file_exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 
 TEST(VorlTable, JsonRoundTripIsByteIdentical) {
     Sandbox box;
@@ -196,10 +198,18 @@ TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     write_bytes(box.path("strict.json"), json);
     ASSERT_EQ(box.vorl({"table", "from-json", "strict.json", "strict.tbl"}).exit_code, 0);
     const RunResult r = box.vorl({"process", "in.wav", "out.wav", "--table", "strict.tbl", "--learn", "learned.tbl", "-q"});
-    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_EQ(r.exit_code, 3) << r.err;
     EXPECT_TRUE(contains(r.err, "learning discarded")) << r.err;
-    EXPECT_TRUE(contains(r.err, "4:71")) << r.err;
-    EXPECT_EQ(read_bytes(box.path("learned.tbl")), read_bytes(box.path("strict.tbl")));
+    // Band 1 is bins 1-2; the limit is the maximum 8 times the tolerance 0.01.
+    EXPECT_TRUE(contains(r.err, "band 1, 94\u2013188 Hz, left: ")) << r.err;
+    EXPECT_TRUE(contains(r.err, "above its limit 0.08")) << r.err;
+    EXPECT_TRUE(contains(r.err, "learned.tbl was not written")) << r.err;
+    EXPECT_FALSE(file_exists(box.path("learned.tbl")));
+    EXPECT_TRUE(file_exists(box.path("out.wav")));
+    // An existing table is left as it was.
+    write_bytes(box.path("learned.tbl"), "earlier table");
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--table", "strict.tbl", "--learn", "learned.tbl"}).exit_code, 3);
+    EXPECT_EQ(read_bytes(box.path("learned.tbl")), "earlier table");
 }
 
 TEST(VorlProcess, ConvertsWiderInputAndReportsClipping) {

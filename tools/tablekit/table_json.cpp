@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "table_builder.h"
+#include "table_checksum.h"
 #include "table_fields.h"
 
 namespace vorl::tablekit {

@@ -1,11 +1,12 @@
 #include "table_rules.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
-#include "table_builder.h"
+#include "table_checksum.h"
 #include "table_fields.h"
 
 namespace vorl::tablekit {
@@ -125,12 +126,11 @@ void check_weights(const st_vorl &p, const st_vorlc &pc, Checker &c) {
 
 }  // namespace
 
-std::vector<Violation> check_learned_curve(const st_vorl &p) {
-    std::vector<Violation> out;
+std::vector<CurveFault> learned_curve_faults(const st_vorl &p) {
+    std::vector<CurveFault> out;
     const float lower = p.zspec_comp_min_floor_value * p.tolerance_range_zspec_min;
     const float tol = p.tolerance_range_zspec_max;
     for (int ch = 0; ch < 2; ++ch) {
-        const std::string row = "zspec_comp_coef_f_LR_d[" + std::to_string(ch) + "]";
         float v = p.zspec_comp_coef_f_LR_d[ch][0];
         for (int j = 0; j < 72; ++j) {
             if (j > 0) {
@@ -139,14 +139,38 @@ std::vector<Violation> check_learned_curve(const st_vorl &p) {
                 v = v + p.zspec_comp_coef_f_LR_d[ch][j] * static_cast<float>(bins);
             }
             const float upper = p.zspec_comp_coef_f_LR_d_max[ch][j] * tol;
-            const std::string where = row + "[" + std::to_string(j) + "]";
-            if (v < lower)
-                out.push_back({where, "learned curve " + num(v) + " below its lower limit " + num(lower)});
-            if (v > upper)
-                out.push_back({where, "learned curve " + num(v) + " above its limit " + num(upper)});
+            if (v < lower) out.push_back({ch, j, v, lower, false});
+            if (v > upper) out.push_back({ch, j, v, upper, true});
         }
     }
     return out;
+}
+
+std::vector<Violation> check_learned_curve(const st_vorl &p) {
+    std::vector<Violation> out;
+    for (const CurveFault &f : learned_curve_faults(p))
+        out.push_back({"zspec_comp_coef_f_LR_d[" + std::to_string(f.channel) + "][" + std::to_string(f.band) + "]",
+                       "learned curve " + num(f.value) + (f.above ? " above its limit " : " below its lower limit ") +
+                           num(f.limit)});
+    return out;
+}
+
+std::string describe(const CurveFault &f, const st_vorl &p) {
+    constexpr double kBinHz = 48000.0 / 512.0;
+    const int first = f.band == 0 ? 0 : p.zspec_comp_base_bin[f.band - 1] + 1;
+    const int last = p.zspec_comp_base_bin[f.band];
+    const double lo = first * kBinHz, hi = std::max(first, last) * kBinHz;
+    char range[64];
+    if (first >= last)
+        std::snprintf(range, sizeof range, hi < 1000.0 ? "%.0f Hz" : "%.2f kHz", hi < 1000.0 ? hi : hi / 1000.0);
+    else if (hi < 1000.0)
+        std::snprintf(range, sizeof range, "%.0f\u2013%.0f Hz", lo, hi);
+    else
+        std::snprintf(range, sizeof range, "%.2f\u2013%.2f kHz", lo / 1000.0, hi / 1000.0);
+    char values[96];
+    std::snprintf(values, sizeof values, "%.3g %s %.3g", static_cast<double>(f.value),
+                  f.above ? "above its limit" : "below its lower limit", static_cast<double>(f.limit));
+    return "band " + std::to_string(f.band) + ", " + range + ", " + (f.channel == 0 ? "left" : "right") + ": " + values;
 }
 
 std::vector<Violation> check_table_rules(const st_vorl_tbl &t) {

@@ -10,7 +10,9 @@
 
 namespace vorl::cli {
 
-enum ExitCode { kExitOk = 0, kExitUsage = 1, kExitInput = 2 };
+// 3: the recording was processed, but the table learned from it failed the
+// plausibility check and was not saved.
+enum ExitCode { kExitOk = 0, kExitUsage = 1, kExitInput = 2, kExitLearningDiscarded = 3 };
 
 // A failure with the exit code it ends the program with. The message names
 // the file and the problem; main prefixes it with "vorl: ".

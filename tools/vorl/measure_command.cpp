@@ -8,7 +8,7 @@
 #include "audio_io.h"
 #include "cli.h"
 #include "commands.h"
-#include "drive_schedule.h"
+#include "drive_options.h"
 
 namespace vorl {
 
@@ -72,27 +72,14 @@ double db(double num, double den) {
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(
-        argc, argv, first,
-        {{"drive", true}, {"zoom-in", true}, {"zoom-out", true}, {"af", true}, {"wind", true}}, "measure");
+    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
     }
     cli::expect_positional(args, 3, "measure", "CLEAN NOISY PROCESSED (--drive FILE | ranges)");
-    DriveSchedule drive;
-    const bool ranges = args.has("zoom-in") || args.has("zoom-out") || args.has("af") || args.has("wind");
-    if (args.has("drive")) {
-        if (ranges) cli::usage_error("--drive cannot be combined with --zoom-in/--zoom-out/--af/--wind");
-        drive = DriveSchedule::from_file(args.value("drive"));
-    } else if (!ranges) {
-        cli::usage_error("give the drive state: --drive FILE or --zoom-in/--zoom-out/--af RANGES");
-    }
-    for (const auto &v : args.all("zoom-in")) drive.add_zoom_in(v, "zoom-in");
-    for (const auto &v : args.all("zoom-out")) drive.add_zoom_out(v, "zoom-out");
-    for (const auto &v : args.all("af")) drive.add_af(v, "af");
-    for (const auto &v : args.all("wind")) drive.add_wind(v, "wind");
-    drive.check_conflicts();
+    if (!drive_given(args)) cli::usage_error("give the drive state: --drive FILE or --zoom-in/--zoom-out/--af RANGES");
+    const DriveSchedule drive = drive_from_args(args);
 
     int rates[3];
     const std::vector<int16_t> clean = read_stereo(args.positional[0], rates[0]);

@@ -126,6 +126,55 @@ void PendingFile::discard() {
     done_ = true;
 }
 
+ScratchFile::ScratchFile(const void *data, std::size_t size) {
+    const std::string dir = system_temp_dir();
+#ifdef O_TMPFILE
+    fd_ = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd_ >= 0) {
+        path_ = "/proc/self/fd/" + std::to_string(fd_);
+        if (access(path_.c_str(), R_OK | W_OK) != 0) {  // no /proc: take a name instead
+            close(fd_);
+            fd_ = -1;
+        }
+    }
+#endif
+    if (fd_ < 0) {
+        std::string pattern = dir + "/vorl-table-XXXXXX";
+        fd_ = mkstemp(pattern.data());
+        if (fd_ < 0) cli::input_error(dir + ": cannot create a working file: " + std::strerror(errno));
+        named_ = path_ = pattern;
+        slot_ = claim_slot(named_);
+    }
+    const auto *p = static_cast<const char *>(data);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = pwrite(fd_, p + done, size - done, static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) cli::input_error(dir + ": cannot write a working file: " + std::strerror(errno));
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+ScratchFile::~ScratchFile() {
+    if (!named_.empty()) unlink(named_.c_str());
+    release_slot(slot_);
+    if (fd_ >= 0) close(fd_);
+}
+
+std::string ScratchFile::contents() const {
+    struct stat st;
+    if (fstat(fd_, &st) != 0) return "";
+    std::string bytes(static_cast<std::size_t>(st.st_size), '\0');
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = pread(fd_, &bytes[done], bytes.size() - done, static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<std::size_t>(n);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
 std::string system_temp_dir() {
     const char *dir = std::getenv("TMPDIR");
     return dir != nullptr && *dir != '\0' ? dir : "/tmp";

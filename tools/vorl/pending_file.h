@@ -34,6 +34,27 @@ private:
     bool done_ = false;
 };
 
+// A private working file that a library reads and writes by path (the
+// tuning table's copy), gone when the run ends. Where the file system can
+// (O_TMPFILE), it never has a name, so even a killed run leaves nothing.
+class ScratchFile {
+public:
+    // Creates it in the temporary folder holding `size` bytes of `data`.
+    ScratchFile(const void *data, std::size_t size);
+    ~ScratchFile();
+    ScratchFile(const ScratchFile &) = delete;
+    ScratchFile &operator=(const ScratchFile &) = delete;
+
+    const std::string &path() const { return path_; }
+    std::string contents() const;  // the whole file as it is now
+
+private:
+    int fd_ = -1;
+    std::string path_;   // what the library opens
+    std::string named_;  // the named fallback's path, "" when unnamed
+    int slot_ = -1;
+};
+
 // The folder for private working copies: $TMPDIR, else /tmp.
 std::string system_temp_dir();
 

@@ -4,15 +4,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include "audio_io.h"
 #include "cli.h"
 #include "commands.h"
 #include "drive_schedule.h"
-#include "noise_reducer.h"
+#include "drive_options.h"
+#include "host_session.h"
 #include "pending_file.h"
 #include "progress.h"
-#include "table_builder.h"
+#include "table_checksum.h"
 #include "table_rules.h"
 #include "table_store.h"
 
@@ -41,10 +43,11 @@ Tuning table:
   --table FILE        tuning table to use (default: the built-in table)
   --learn OUT_TABLE   after the run, save the table with the zoom-noise
                       coefficients learned from this recording to OUT_TABLE
-                      and report whether they passed the library's
-                      plausibility check (if not, OUT_TABLE gets the table
-                      unchanged). OUT_TABLE may be the --table file itself;
-                      no other table file is ever modified.
+                      when they pass the library's plausibility check. If
+                      they fail, the failing bands are listed, OUT_TABLE is
+                      not written (an existing one is left as it was) and
+                      the exit status is 3. OUT_TABLE may be the --table
+                      file itself; no other table file is ever modified.
 
 Drive state (what the lens did; without any of these the file is idle):
   --drive FILE        one line per 256-frame block, "zoom af wind":
@@ -88,7 +91,8 @@ A progress bar is drawn on standard error when it is a terminal; at the end
 one summary line goes to standard error. Nothing is written to standard
 output.
 
-Exit status: 0 success, 1 usage error, 2 input, output or table error.
+Exit status: 0 success, 1 usage error, 2 input, output or table error,
+3 OUT was written but the learned table was discarded (--learn).
 )";
 
 struct Options {
@@ -98,18 +102,17 @@ struct Options {
 };
 
 Options parse(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(argc, argv, first,
-                                                 {{"table", true}, {"learn", true}, {"drive", true},
-                                                  {"zoom-in", true}, {"zoom-out", true}, {"af", true},
-                                                  {"wind", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                                  {"no-align"}, {"quiet", false, 'q'}},
-                                                 "process");
+    const cli::ParsedArgs args =
+        cli::parse_args(argc, argv, first,
+                        with_drive_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
+                                            {"no-align"}, {"quiet", false, 'q'}}),
+                        "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
         std::exit(cli::kExitOk);
     }
     cli::expect_positional(args, 2, "process", "IN OUT [options]");
-    for (const char *once : {"table", "learn", "drive"})
+    for (const char *once : {"table", "learn"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
     Options o;
     o.in = args.positional[0];
@@ -120,16 +123,7 @@ Options parse(int argc, char **argv, int first) {
     o.dc_cut = args.has("dc-cut");
     o.raw = args.has("raw") || args.has("no-align");
     o.quiet = args.has("quiet");
-    const bool ranges = args.has("zoom-in") || args.has("zoom-out") || args.has("af") || args.has("wind");
-    if (args.has("drive")) {
-        if (ranges) cli::usage_error("--drive cannot be combined with --zoom-in/--zoom-out/--af/--wind");
-        o.drive = DriveSchedule::from_file(args.value("drive"));
-    }
-    for (const auto &v : args.all("zoom-in")) o.drive.add_zoom_in(v, "zoom-in");
-    for (const auto &v : args.all("zoom-out")) o.drive.add_zoom_out(v, "zoom-out");
-    for (const auto &v : args.all("af")) o.drive.add_af(v, "af");
-    for (const auto &v : args.all("wind")) o.drive.add_wind(v, "wind");
-    o.drive.check_conflicts();
+    o.drive = drive_from_args(args);
     return o;
 }
 
@@ -149,11 +143,30 @@ void check_paths(const Options &o) {
         cli::usage_error(o.out + ": cannot tell the audio format from the file name; use .wav, .flac, .aiff, ...");
 }
 
-std::string describe_diagnostics(const std::string &text) {
-    std::string out;
-    for (char c : text) out += c == '\n' ? ' ' : c;
-    while (!out.empty() && out.back() == ' ') out.pop_back();
-    return out;
+// Says what became of the learning run; returns the exit code.
+int report_learning(const Options &o, HostSession &session) {
+    const LearnVerdict v = session.learned_table();
+    if (v.passed) {
+        write_table(o.learn, v.table);
+        if (!o.quiet)
+            std::fprintf(stderr, "vorl: learned table saved to %s (%u update%s)\n", o.learn.c_str(), v.updates,
+                         v.updates == 1 ? "" : "s");
+        return cli::kExitOk;
+    }
+    // Reported even with -q: the user asked for the table.
+    std::set<int> bands;
+    for (const auto &f : v.faults) bands.insert(f.band);
+    std::fprintf(stderr,
+                 "vorl: learning discarded (%u update%s): the learned zoom-noise curve failed the plausibility "
+                 "check in %zu band%s; %s %s\n",
+                 v.updates, v.updates == 1 ? "" : "s", bands.size(), bands.size() == 1 ? "" : "s",
+                 o.learn.c_str(), file_exists(o.learn) ? "was left as it was" : "was not written");
+    constexpr std::size_t kShown = 8;
+    const st_vorl &p = session.working_parameters();
+    for (std::size_t i = 0; i < v.faults.size() && i < kShown; ++i)
+        std::fprintf(stderr, "vorl:   %s\n", tablekit::describe(v.faults[i], p).c_str());
+    if (v.faults.size() > kShown) std::fprintf(stderr, "vorl:   ... and %zu more\n", v.faults.size() - kShown);
+    return cli::kExitLearningDiscarded;
 }
 
 }  // namespace
@@ -172,9 +185,6 @@ int run_process(int argc, char **argv, int first) {
                                        : "make sure " + o.table + " is tuned for it"));
     }
 
-    // The library reads the table from a path and rewrites that file when
-    // the run ends, so it only ever sees a private copy. When learning, the
-    // copy lives beside OUT_TABLE so that it can be renamed into place.
     const st_vorl_tbl table = o.table.empty() ? default_table() : read_table(o.table);
     const std::string table_name = o.table.empty() ? "built-in table" : o.table;
     // A damaged table is refused by the library below; others get a warning.
@@ -184,9 +194,7 @@ int run_process(int argc, char **argv, int first) {
             cli::warn(o.table + ": breaks " + std::to_string(broken.size()) +
                       " table rule(s), results may be meaningless (see: vorl table check " + o.table + ")");
     }
-    PendingFile table_copy(o.learn.empty() ? system_temp_dir() + "/vorl-table" : o.learn);
-    table_copy.write_all(&table, sizeof table);
-    NoiseReducer reducer(table_copy.temp_path(), table_name, o.pulse);
+    HostSession session(table, table_name, o.pulse);
 
     AudioWriter out(o.out, in.sample_rate());
     VORLDcCutState dc;
@@ -206,7 +214,7 @@ int run_process(int argc, char **argv, int first) {
         const std::size_t got = b < input_blocks ? in.read(block_in, kBlock) : 0;
         std::memset(block_in + 2 * got, 0, (kBlock - got) * 2 * sizeof(int16_t));
         if (o.dc_cut) VORLDcCutProc(block_in, &dc, kBlock);
-        reducer.process(block_in, block_out, o.drive.at(b, in.sample_rate()));
+        session.process(block_in, block_out, o.drive.at(b, in.sample_rate()));
         // Output frame `produced + i` is input frame `produced + i - skip`.
         const int64_t from = std::max<int64_t>(0, skip - produced);
         const int64_t upto = std::min<int64_t>(kBlock, skip + keep - produced);
@@ -218,20 +226,7 @@ int run_process(int argc, char **argv, int first) {
     out.commit();
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    const uint32_t updates = reducer.learn_count();
-    if (!o.learn.empty()) {
-        const LearnOutcome outcome = reducer.finish();
-        table_copy.commit();
-        // A discarded learning run is reported even with -q: the user asked for it.
-        if (outcome.passed && !o.quiet)
-            std::fprintf(stderr, "vorl: learned table saved to %s (%u learning update%s this run)\n",
-                         o.learn.c_str(), updates, updates == 1 ? "" : "s");
-        else if (!outcome.passed)
-            std::fprintf(stderr,
-                         "vorl: learning discarded: the learned coefficients failed the plausibility check "
-                         "(library diagnostics: %s); %s holds the table as it was read\n",
-                         describe_diagnostics(outcome.diagnostics).c_str(), o.learn.c_str());
-    }
+    const uint32_t updates = session.learn_count();
     if (!o.quiet) {
         if (in.clipped() > 0)
             cli::warn(o.in + ": " + std::to_string(in.clipped()) + " sample(s) clipped converting to 16-bit");
@@ -243,7 +238,7 @@ int run_process(int argc, char **argv, int first) {
                      o.in.c_str(), o.out.c_str(), duration, static_cast<long long>(blocks),
                      seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s");
     }
-    return cli::kExitOk;
+    return o.learn.empty() ? cli::kExitOk : report_learning(o, session);
 }
 
 }  // namespace vorl

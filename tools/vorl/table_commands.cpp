@@ -8,7 +8,8 @@
 #include "cli.h"
 #include "commands.h"
 #include "pending_file.h"
-#include "table_builder.h"
+#include "host_session.h"
+#include "table_checksum.h"
 #include "table_json.h"
 #include "table_rules.h"
 #include "table_store.h"
@@ -16,9 +17,7 @@
 
 namespace vorl {
 
-namespace {
-
-const char kHelp[] = R"(usage: vorl table COMMAND ...
+const char kTableHelp[] = R"(usage: vorl table COMMAND ...
 
   vorl table new OUT              write the built-in default table to OUT
   vorl table dump FILE            print the table's parameters as the library
@@ -54,44 +53,41 @@ Exit status: 0 success (for check: no violation), 1 usage error, 2 input or
 table error (for check: at least one violation).
 )";
 
-[[noreturn]] void help_and_exit() {
-    std::fputs(kHelp, stdout);
-    std::exit(cli::kExitOk);
+namespace {
+
+// The arguments of "vorl table NAME": --help shows the group's text; exactly
+// the positional arguments `synopsis` names.
+cli::ParsedArgs table_args(int argc, char **argv, int first, const std::string &name, std::size_t positional,
+                           const std::string &synopsis, const std::vector<cli::OptionDef> &options = {}) {
+    cli::ParsedArgs args = cli::parse_args(argc, argv, first, options, "table " + name);
+    if (args.help) {
+        std::fputs(kTableHelp, stdout);
+        std::exit(cli::kExitOk);
+    }
+    cli::expect_positional(args, positional, "table " + name, synopsis);
+    return args;
 }
 
-int table_new(const cli::ParsedArgs &args) {
-    cli::expect_positional(args, 2, "table new", "OUT");
-    write_table(args.positional[1], default_table());
+}  // namespace
+
+int run_table_new(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = table_args(argc, argv, first, "new", 1, "OUT");
+    write_table(args.positional[0], default_table());
     return cli::kExitOk;
 }
 
-int table_dump(const cli::ParsedArgs &args) {
-    cli::expect_positional(args, 2, "table dump", "FILE");
-    const std::string path = args.positional[1];
-    (void)read_table(path);  // clear errors for a missing or mis-sized file
-    // The library reads the file itself (it only writes in VORLPostProcess,
-    // which is not called) and prints its working parameter blocks.
-    std::vector<uint64_t> storage((VORL_WORK_SIZE + 7) / 8);
-    VORLResource res{};
-    VORLGetResourceSize(&res);
-    if (res.resource_size > storage.size() * 8) storage.resize((res.resource_size + 7) / 8);
-    res.p_work = storage.data();
-    res.p_tbl_path = path.c_str();
-    VORLGetResourceInfo(&res);
-    VORLInitialize(&res);
-    const int32_t status = VORLPreProcess(&res);
-    if (status == VORL_ERR_CHECKSUM) cli::input_error(path + ": checksum wrong, the tuning table is damaged");
-    if (status == VORL_ERR_VERSION) cli::input_error(path + ": unsupported tuning-table version (expected 0x01030000)");
-    if (status != VORL_OK) cli::input_error(path + ": the library cannot load this table (status " + std::to_string(status) + ")");
-    std::fflush(stdout);
-    sound_vorl_print_tbl(&static_cast<VORLWorkArea *>(res.p_work)->inst);
-    std::fflush(stdout);
+int run_table_dump(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = table_args(argc, argv, first, "dump", 1, "FILE");
+    const std::string path = args.positional[0];
+    // The library loads its own copy of the file and prints its working
+    // parameter blocks; its refusals become messages naming the file.
+    HostSession(read_table(path), path).print_table();
     return cli::kExitOk;
 }
 
-int table_check(const cli::ParsedArgs &args) {
-    cli::expect_positional(args, 2, "table check", "FILE");
-    const std::string path = args.positional[1];
+int run_table_check(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = table_args(argc, argv, first, "check", 1, "FILE");
+    const std::string path = args.positional[0];
     const auto violations = tablekit::check_table_rules(read_table(path));
     for (const auto &v : violations) std::printf("%s: %s: %s\n", path.c_str(), v.where.c_str(), v.problem.c_str());
     if (violations.empty()) {
@@ -103,9 +99,9 @@ int table_check(const cli::ParsedArgs &args) {
     return cli::kExitInput;
 }
 
-int table_to_json(const cli::ParsedArgs &args) {
-    cli::expect_positional(args, 2, "table to-json", "FILE");
-    const std::string path = args.positional[1];
+int run_table_to_json(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = table_args(argc, argv, first, "to-json", 1, "FILE");
+    const std::string path = args.positional[0];
     const st_vorl_tbl t = read_table(path);
     if (tablekit::checksum(t) != t.check_sum)
         cli::warn(path + ": checksum wrong; from-json will compute a fresh one");
@@ -113,9 +109,9 @@ int table_to_json(const cli::ParsedArgs &args) {
     return cli::kExitOk;
 }
 
-int table_from_json(const cli::ParsedArgs &args) {
-    cli::expect_positional(args, 3, "table from-json", "JSON OUT");
-    const std::string src = args.positional[1], dst = args.positional[2];
+int run_table_from_json(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = table_args(argc, argv, first, "from-json", 2, "JSON OUT");
+    const std::string src = args.positional[0], dst = args.positional[1];
     if (src != "-" && (src == dst || same_file(src, dst)))
         cli::usage_error(dst + ": is the JSON input; choose another output name");
     std::string text;
@@ -134,24 +130,6 @@ int table_from_json(const cli::ParsedArgs &args) {
     }
     write_table(dst, t);
     return cli::kExitOk;
-}
-
-}  // namespace
-
-int run_table(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, {}, "table");
-    if (args.positional.empty()) {
-        if (args.help) help_and_exit();
-        cli::usage_error("missing table command; usage: vorl table new|dump|check|to-json|from-json ...");
-    }
-    if (args.help) help_and_exit();
-    const std::string cmd = args.positional[0];
-    if (cmd == "new") return table_new(args);
-    if (cmd == "dump") return table_dump(args);
-    if (cmd == "check") return table_check(args);
-    if (cmd == "to-json") return table_to_json(args);
-    if (cmd == "from-json") return table_from_json(args);
-    cli::usage_error("unknown table command \"" + cmd + "\" (see: vorl table --help)");
 }
 
 }  // namespace vorl

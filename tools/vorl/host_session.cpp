@@ -1,0 +1,78 @@
+#include "host_session.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "cli.h"
+
+namespace vorl {
+
+namespace {
+
+std::string status_problem(int32_t status, const std::string &table_name) {
+    switch (status) {
+    case VORL_ERR_TBL_OPEN: return table_name + ": cannot open the tuning table";
+    case VORL_ERR_CHECKSUM:
+        return table_name + ": checksum wrong, the tuning table is damaged (vorl table check shows more)";
+    case VORL_ERR_VERSION: return table_name + ": unsupported tuning-table version (expected 0x01030000)";
+    default: return table_name + ": the library refused the tuning table (status " + std::to_string(status) + ")";
+    }
+}
+
+}  // namespace
+
+HostSession::HostSession(const st_vorl_tbl &table, const std::string &table_name, bool pulse_filter)
+    : table_name_(table_name), table_copy_(&table, sizeof table) {
+    VORLGetResourceSize(&res_);
+    const std::size_t bytes = std::max<std::size_t>(res_.resource_size, sizeof(VORLWorkArea));
+    storage_.assign((bytes + 7) / 8, 0);
+    res_.p_work = storage_.data();
+    res_.p_tbl_path = table_copy_.path().c_str();
+    VORLGetResourceInfo(&res_);
+    VORLInitialize(&res_);
+    const int32_t status = VORLPreProcess(&res_);
+    if (status != VORL_OK) cli::input_error(status_problem(status, table_name_));
+    work().pulse_proc_flag = pulse_filter ? 1u : 0u;
+}
+
+VORLWorkArea &HostSession::work() { return *static_cast<VORLWorkArea *>(res_.p_work); }
+const VORLWorkArea &HostSession::work() const { return *static_cast<const VORLWorkArea *>(res_.p_work); }
+
+void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &drive) {
+    VORLSetDriveState(&res_, drive.zoom, drive.af, drive.wind);
+    for (std::size_t i = 0; i < VORL_BLOCK_FRAMES; ++i) {
+        res_.p_in_ch0[i] = in[2 * i];
+        res_.p_in_ch1[i] = in[2 * i + 1];
+    }
+    VORLEnterLibrary(&res_);
+    std::memcpy(out, res_.p_out, VORL_BLOCK_FRAMES * 2 * sizeof(int16_t));
+}
+
+uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }
+
+const st_vorl &HostSession::working_parameters() const { return work().ws.st_vorl; }
+
+LearnVerdict HostSession::learned_table() {
+    LearnVerdict v;
+    v.updates = learn_count();
+    v.faults = tablekit::learned_curve_faults(working_parameters());
+    v.passed = v.faults.empty();
+    if (!v.passed) return v;
+    VORLPostProcess(&res_);  // passes its check too, so writes the learned table
+    const std::string bytes = table_copy_.contents();
+    if (bytes.size() != sizeof v.table)
+        cli::input_error("cannot save the learned table: the library's copy of " + table_name_ + " could not be written");
+    std::memcpy(&v.table, bytes.data(), sizeof v.table);
+    if (std::memcmp(&v.table.st_vorl, &working_parameters(), sizeof(st_vorl)) != 0)
+        cli::input_error("cannot save the learned table: the library did not write back what it learned");
+    return v;
+}
+
+void HostSession::print_table() const {
+    std::fflush(stdout);
+    sound_vorl_print_tbl(&work().inst);
+    std::fflush(stdout);
+}
+
+}  // namespace vorl

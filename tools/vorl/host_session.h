@@ -1,0 +1,62 @@
+// One noise-reduction instance brought up through the library's host
+// interface only: resource query, initialisation, table load, one call per
+// block, and the learned table at the end. Library statuses become messages
+// that name the table.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "drive_schedule.h"
+#include "pending_file.h"
+#include "table_rules.h"
+#include "vorl.h"
+
+namespace vorl {
+
+struct LearnVerdict {
+    bool passed = false;                     // the curve passed the plausibility check
+    uint32_t updates = 0;                    // learning updates applied this run
+    std::vector<tablekit::CurveFault> faults;  // why it failed, empty when it passed
+    st_vorl_tbl table{};                     // when passed: the table to save
+};
+
+class HostSession {
+public:
+    // Loads `table` into a fresh instance; `table_name` is what the user
+    // calls it, for messages. Input error when the library refuses it.
+    HostSession(const st_vorl_tbl &table, const std::string &table_name, bool pulse_filter = false);
+    HostSession(const HostSession &) = delete;
+    HostSession &operator=(const HostSession &) = delete;
+
+    // One block: 256 interleaved stereo frames in, the block finished 768
+    // frames earlier out. `drive` describes the block handed in.
+    void process(const int16_t *in, int16_t *out, const DriveWords &drive);
+
+    // Learning updates applied since the table was loaded.
+    uint32_t learn_count() const;
+
+    // Ends the run: checks the learned curve the way the library's save
+    // does and, only when it passes, has the library write the learned
+    // table back (with this run's count and a fresh checksum). The session
+    // is finished afterwards.
+    LearnVerdict learned_table();
+
+    // The library's parameter dump of the loaded table, on standard output.
+    void print_table() const;
+
+    // The learned curve's working copy (for words about a fault).
+    const st_vorl &working_parameters() const;
+
+private:
+    VORLWorkArea &work();
+    const VORLWorkArea &work() const;
+
+    std::string table_name_;
+    ScratchFile table_copy_;         // the library reads and rewrites its table by path
+    std::vector<uint64_t> storage_;  // 8-byte aligned work area
+    VORLResource res_{};
+};
+
+}  // namespace vorl
