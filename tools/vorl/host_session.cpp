@@ -51,7 +51,7 @@ void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &dri
 
 uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }
 
-const st_vorl &HostSession::working_parameters() const { return work().ws.st_vorl; }
+const st_vorl &HostSession::working_parameters() const { return work().ws.st_vorl_work; }
 
 LearnVerdict HostSession::learned_table() {
     LearnVerdict v;
