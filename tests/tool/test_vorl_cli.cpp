@@ -1,6 +1,7 @@
 // The vorl tool as a user meets it: exit codes, messages, what it writes and
 // what it must never touch.
 #include <cmath>
+#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include "cli_harness.h"
+#include "vorl.h"
 
 namespace vorl::test {
 namespace {
@@ -160,6 +162,48 @@ TEST(VorlProcess, AlignedOutputMatchesTheInputInLengthAndTime) {
 
     ASSERT_EQ(box.vorl({"process", "in.wav", "raw.wav", "--raw"}).exit_code, 0);
     EXPECT_EQ(read_audio(box.path("raw.wav")).size(), 2u * 188 * 256);  // whole blocks, delayed
+}
+
+// Energy of both channels over frames [from, to).
+double energy(const std::vector<int16_t> &s, int64_t from, int64_t to) {
+    double e = 0;
+    for (int64_t i = 2 * from; i < 2 * to; ++i) e += static_cast<double>(s[i]) * s[i];
+    return e;
+}
+
+TEST(VorlProcess, AutofocusWordsSwitchTheAfTemplateOnlyWhereGiven) {
+    Sandbox box;
+    ASSERT_EQ(box.vorl({"table", "new", "default.tbl"}).exit_code, 0);
+    // An "AF" template level with every bin (the template stays off in idle
+    // blocks: bn_proc_flag bit 0 is clear, as in the built-in table).
+    std::string bytes = read_bytes(box.path("default.tbl"));
+    ASSERT_EQ(bytes.size(), sizeof(st_vorl_tbl));
+    st_vorl_tbl t;
+    std::memcpy(&t, bytes.data(), sizeof t);
+    ASSERT_EQ(t.st_vorl.bn_proc_flag & 1, 0);
+    for (auto &row : t.st_vorl.back_ground_noise[0]) row[0] = 1000.0f;
+    const auto *words = reinterpret_cast<const uint32_t *>(&t);
+    t.check_sum = 0;
+    for (int w = 0; w < 1045; ++w) t.check_sum += words[w];
+    write_bytes(box.path("af.tbl"), std::string(reinterpret_cast<const char *>(&t), sizeof t));
+
+    write_audio(box.path("in.wav"), 2, 3 * 48000, 48000, kWav16, sweep);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "none.wav", "--table", "af.tbl"}).exit_code, 0);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "af.wav", "--table", "af.tbl", "--af", "1-2"}).exit_code, 0);
+    const auto in = read_audio(box.path("in.wav"));
+    const auto none = read_audio(box.path("none.wav"));
+    const auto af = read_audio(box.path("af.wav"));
+    // In the autofocus second the template takes sound away; without af
+    // words it does not.
+    const double kept_af = energy(af, 54000, 90000) / energy(in, 54000, 90000);
+    const double kept_none = energy(none, 54000, 90000) / energy(in, 54000, 90000);
+    EXPECT_LT(10 * std::log10(kept_af), -3.0);
+    EXPECT_NEAR(10 * std::log10(kept_none), 0.0, 0.05);
+    // Before the first autofocus block reaches the analysis nothing differs,
+    // and once the gain has recovered the level is as without.
+    EXPECT_EQ(std::vector<int16_t>(af.begin(), af.begin() + 2 * 46000),
+              std::vector<int16_t>(none.begin(), none.begin() + 2 * 46000));
+    EXPECT_NEAR(10 * std::log10(energy(af, 120000, 144000) / energy(none, 120000, 144000)), 0.0, 0.1);
 }
 
 TEST(VorlProcess, AFailedRunLeavesNoPartialOutputAndKeepsTheOldFile) {

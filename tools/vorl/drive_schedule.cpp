@@ -107,6 +107,13 @@ void DriveSchedule::check_conflicts() const {
                                  ": the zoom drives one way at a time");
 }
 
+bool DriveSchedule::has_af() const {
+    if (!af_.empty()) return true;
+    for (const DriveWords &w : by_block_)
+        if (w.af != 0) return true;
+    return false;
+}
+
 DriveWords DriveSchedule::at(int64_t block, double rate) const {
     if (file_given_) {
         if (block < 0 || static_cast<std::size_t>(block) >= by_block_.size()) return {};

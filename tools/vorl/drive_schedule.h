@@ -45,6 +45,8 @@ public:
     DriveWords at(int64_t block, double rate) const;
 
     bool uses_file() const { return file_given_; }
+    // Whether any block has its autofocus word set.
+    bool has_af() const;
     std::size_t file_blocks() const { return by_block_.size(); }
 
 private:

@@ -41,6 +41,7 @@ const VORLWorkArea &HostSession::work() const { return *static_cast<const VORLWo
 
 void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &drive) {
     VORLSetDriveState(&res_, drive.zoom, drive.af, drive.wind);
+    if (follow_af_) VORLSetAfTemplate(&res_, drive.af != 0 ? 1u : 0u);
     for (std::size_t i = 0; i < VORL_BLOCK_FRAMES; ++i) {
         res_.p_in_ch0[i] = in[2 * i];
         res_.p_in_ch1[i] = in[2 * i + 1];

@@ -34,6 +34,11 @@ public:
     // frames earlier out. `drive` describes the block handed in.
     void process(const int16_t *in, int16_t *out, const DriveWords &drive);
 
+    // From now on each block's autofocus word switches the table's "AF"
+    // background template: on in autofocus blocks, off in other blocks
+    // without zoom drive. Without this call the table's own setting holds.
+    void follow_autofocus_word() { follow_af_ = true; }
+
     // Learning updates applied since the table was loaded.
     uint32_t learn_count() const;
 
@@ -57,6 +62,7 @@ private:
     ScratchFile table_copy_;         // the library reads and rewrites its table by path
     std::vector<uint64_t> storage_;  // 8-byte aligned work area
     VORLResource res_{};
+    bool follow_af_ = false;
 };
 
 }  // namespace vorl

@@ -71,6 +71,12 @@ Drive state (what the lens did; without any of these the file is idle):
   768 frames behind its input, so block b's words take effect while it
   processes input blocks b-3 and b-2; a drive therefore reaches the
   analysis 2 to 3 blocks (about 11-16 ms at 48 kHz) before its own audio.
+  Autofocus: when any block has its af word set, each block's af word
+  switches the table's "AF" background template on (af blocks) or off
+  (other blocks without zoom drive); without af words the table's own
+  setting holds. The built-in table's "AF" template is empty, so autofocus
+  noise is removed only with a table that has one, e.g. a table made for
+  the camera with "vorl table fit" from a take with autofocus moves.
 
 Processing:
   --pulse             run the library's click (pulse) filter on the input
@@ -195,6 +201,7 @@ int run_process(int argc, char **argv, int first) {
                       " table rule(s), results may be meaningless (see: vorl table check " + o.table + ")");
     }
     HostSession session(table, table_name, o.pulse);
+    if (o.drive.has_af()) session.follow_autofocus_word();
 
     AudioWriter out(o.out, in.sample_rate());
     VORLDcCutState dc;
