@@ -37,13 +37,22 @@ Sandbox::~Sandbox() {
     fs::remove_all(dir_, ec);
 }
 
-RunResult Sandbox::vorl(const std::vector<std::string> &args, long limit_kb) const {
+static const char *tool_path() {
     const char *tool = std::getenv("VORL_TOOL");
     if (tool == nullptr) throw std::runtime_error("VORL_TOOL is not set");
-    std::string cmd = "cd " + quote(dir_) + " && ";
+    return tool;
+}
+
+RunResult Sandbox::vorl(const std::vector<std::string> &args, long limit_kb) const {
+    std::string line = "exec " + quote(tool_path());
+    for (const auto &a : args) line += " " + quote(a);
+    return shell(line, limit_kb);
+}
+
+RunResult Sandbox::shell(const std::string &line, long limit_kb) const {
+    std::string cmd = "cd " + quote(dir_) + " && VORL=" + quote(tool_path()) + " && ";
     if (limit_kb > 0) cmd += "ulimit -f " + std::to_string(limit_kb * 2) + " && ";  // 512-byte units
-    cmd += "exec " + quote(tool);
-    for (const auto &a : args) cmd += " " + quote(a);
+    cmd += line;
     const std::string out = dir_ + "/../" + fs::path(dir_).filename().string() + ".out";
     const std::string err = dir_ + "/../" + fs::path(dir_).filename().string() + ".err";
     const int status = std::system(("(" + cmd + ") >" + quote(out) + " 2>" + quote(err) + " </dev/null").c_str());

@@ -23,6 +23,9 @@ public:
     // Runs the tool (path from $VORL_TOOL) with `args`; `limit_kb` > 0
     // caps the size of any file it writes (ulimit -f).
     RunResult vorl(const std::vector<std::string> &args, long limit_kb = 0) const;
+    // Runs a shell command line in the folder, with $VORL naming the tool
+    // (for pipes and redirections).
+    RunResult shell(const std::string &line, long limit_kb = 0) const;
     // Names of the files in the folder, sorted.
     std::vector<std::string> files() const;
 

@@ -120,6 +120,8 @@ TEST(VorlProcess, UsageErrorsExitWithOne) {
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--zoom-in", "3-2"}).exit_code, 1);
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--zoom-in", "1-3", "--zoom-out", "2-4"}).exit_code, 1);
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.unknownext"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "-"}).exit_code, 1);  // standard output needs -t
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "-t", "nosuchtype"}).exit_code, 1);
     EXPECT_EQ(box.files(), std::vector<std::string>{"in.wav"});
 }
 
@@ -206,6 +208,48 @@ TEST(VorlProcess, AutofocusWordsSwitchTheAfTemplateOnlyWhereGiven) {
     EXPECT_NEAR(10 * std::log10(energy(af, 120000, 144000) / energy(none, 120000, 144000)), 0.0, 0.1);
 }
 
+TEST(VorlStreams, PipesInAndOutAndLengthsThatLie) {
+    Sandbox box;
+    write_audio(box.path("in.flac"), 2, 2 * 48000, 48000, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, sweep);
+    write_audio(box.path("in.wav"), 2, 2 * 48000, 48000, kWav16, sweep);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "ref.wav"}).exit_code, 0);
+    const auto ref = read_audio(box.path("ref.wav"));
+
+    // FLAC needs seeking, so a piped one must still decode; output to a pipe.
+    RunResult r = box.shell("cat in.flac | $VORL process - - -t wav | cat > piped.wav");
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "standard input -> standard output")) << r.err;
+    EXPECT_EQ(read_audio(box.path("piped.wav")), ref);
+
+    // A streamed header claims the largest size: read to the true end.
+    std::string wav = read_bytes(box.path("in.wav"));
+    ASSERT_EQ(wav.substr(36, 4), "data");
+    std::string streamed = wav;
+    streamed.replace(4, 4, "\xff\xff\xff\xff").replace(40, 4, "\xff\xff\xff\xff");
+    write_bytes(box.path("streamed.wav"), streamed);
+    for (const char *line : {"$VORL process streamed.wav s1.wav", "cat streamed.wav | $VORL process - s2.wav"}) {
+        r = box.shell(line);
+        ASSERT_EQ(r.exit_code, 0) << line << r.err;
+        EXPECT_FALSE(contains(r.err, "premature")) << r.err;
+    }
+    EXPECT_EQ(read_audio(box.path("s1.wav")), ref);
+    EXPECT_EQ(read_audio(box.path("s2.wav")), ref);
+
+    // Shorter than the header says: processed, and said so.
+    write_bytes(box.path("cut.wav"), wav.substr(0, 44 + 48000 * 4 / 2));
+    r = box.vorl({"process", "cut.wav", "cut-out.wav", "-q"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "cut.wav: premature end of file: 0.50 s of 2.00 s")) << r.err;
+    EXPECT_EQ(read_audio(box.path("cut-out.wav")).size(), 2u * 24000);
+
+    // No samples at all is an error, and nothing is written.
+    write_bytes(box.path("empty.wav"), wav.substr(0, 44).replace(40, 4, std::string(4, '\0')));
+    r = box.shell("$VORL process - empty-out.wav < empty.wav");
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(contains(r.err, "standard input: holds no audio samples")) << r.err;
+    EXPECT_FALSE(file_exists(box.path("empty-out.wav")));
+}
+
 TEST(VorlProcess, AFailedRunLeavesNoPartialOutputAndKeepsTheOldFile) {
     Sandbox box;
     write_audio(box.path("in.wav"), 2, 10 * 48000, 48000, kWav16, tone);
@@ -261,7 +305,7 @@ TEST(VorlProcess, ConvertsWiderInputAndReportsClipping) {
     write_audio(box.path("float.wav"), 2, 4800, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT, loud_float);
     const RunResult r = box.vorl({"process", "float.wav", "out.aiff"});
     ASSERT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_TRUE(contains(r.err, "converted to 16-bit")) << r.err;
+    EXPECT_TRUE(contains(r.err, "reduced to 16-bit")) << r.err;
     EXPECT_TRUE(contains(r.err, "clipped")) << r.err;
     EXPECT_TRUE(contains(r.err, "44100 Hz")) << r.err;
     int rate = 0;

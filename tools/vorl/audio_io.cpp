@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "cli.h"
 
@@ -22,44 +26,89 @@ std::string lower_extension(const std::string &path) {
     return ext;
 }
 
-// Full scale is 1.0 in libsndfile's normalised reads; round to the nearest
-// 16-bit step, and saturate. A value one step above 32767 is the positive
-// end of a wider format's full scale, not clipping.
-int16_t to_16bit(double v, uint64_t &clipped) {
-    const double scaled = std::nearbyint(v * 32768.0);
-    if (scaled > 32767.0) {
-        if (scaled > 32768.0) ++clipped;
-        return 32767;
+uint32_t le32(const unsigned char *p) { return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24; }
+
+// The frame count a RIFF WAV header declares in its data chunk, or -1 when
+// it declares none: a streaming writer's placeholder (0, or a size near
+// 4 GiB, the largest it can state) or a header that cannot be walked.
+int64_t declared_wav_frames(int fd) {
+    unsigned char h[12];
+    if (pread(fd, h, sizeof h, 0) != sizeof h || std::memcmp(h, "RIFF", 4) != 0 || std::memcmp(h + 8, "WAVE", 4) != 0)
+        return -1;
+    off_t at = 12;
+    uint32_t block_align = 0;
+    for (int chunk = 0; chunk < 64; ++chunk) {
+        unsigned char c[16];
+        if (pread(fd, c, 8, at) != 8) return -1;
+        const uint32_t size = le32(c + 4);
+        if (std::memcmp(c, "fmt ", 4) == 0 && pread(fd, c, 16, at + 8) == 16) block_align = c[12] | c[13] << 8;
+        if (std::memcmp(c, "data", 4) == 0) {
+            if (block_align == 0 || size == 0 || size >= 0x7ffff000u) return -1;
+            return size / block_align;
+        }
+        at += 8 + static_cast<off_t>(size) + (size & 1);
     }
-    if (scaled < -32768.0) {
-        ++clipped;
-        return -32768;
-    }
-    if (std::isnan(scaled)) {
-        ++clipped;
-        return 0;
-    }
-    return static_cast<int16_t>(scaled);
+    return -1;
+}
+
+std::string seconds(int64_t frames, int rate) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2f s", static_cast<double>(frames) / (rate > 0 ? rate : 1));
+    return buf;
 }
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string &path) : path_(path) {
+AudioReader::AudioReader(const std::string &path, bool dither)
+    : name_(path == "-" ? "standard input" : path), dither_(dither) {
+    int fd = -1;
+    struct stat st;
+    if (path == "-") {
+        if (isatty(STDIN_FILENO)) cli::usage_error("standard input is a terminal; pipe a recording in or name a file");
+        if (fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode)) {
+            fd = dup(STDIN_FILENO);  // redirected from a file: read it in place
+        } else {
+            // libsndfile needs to seek in most containers: keep a copy.
+            spool_ = std::make_unique<ScratchFile>();
+            spool_->append_all_from(STDIN_FILENO, name_);
+            fd = dup(spool_->fd());
+            lseek(fd, 0, SEEK_SET);
+        }
+    } else {
+        if (stat(path.c_str(), &st) != 0) cli::input_error(path + ": no such file");
+        if (S_ISDIR(st.st_mode)) cli::input_error(path + ": is a folder, not a recording");
+        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    if (fd < 0) cli::input_error(name_ + ": cannot open: " + std::strerror(errno));
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
-    if (!file_exists(path)) cli::input_error(path + ": no such file");
-    sf_ = sf_open(path.c_str(), SFM_READ, &info);
-    if (sf_ == nullptr) cli::input_error(path + ": cannot read as audio: " + sf_strerror(nullptr));
+    sf_ = sf_open_fd(fd, SFM_READ, &info, SF_TRUE);
+    if (sf_ == nullptr) cli::input_error(name_ + ": cannot read as audio: " + sf_strerror(nullptr));
     channels_ = info.channels;
     rate_ = info.samplerate;
-    frames_ = info.frames;
     format_ = info.format;
-    const int sub = info.format & SF_FORMAT_SUBMASK;
-    is_16bit_ = sub == SF_FORMAT_PCM_16;
+    constexpr int64_t kImplausible = int64_t{1} << 40;  // a streaming header's "unknown"
+    frames_ = info.frames > 0 && info.frames < kImplausible ? info.frames : -1;
+    if ((format_ & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV)
+        declared_ = declared_wav_frames(fd);
+    else
+        declared_ = frames_;
 }
 
 AudioReader::~AudioReader() {
     if (sf_ != nullptr) sf_close(sf_);
+}
+
+bool AudioReader::is_16bit() const { return (format_ & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16; }
+
+bool AudioReader::is_wider_than_16bit() const {
+    switch (format_ & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE: return true;
+    default: return false;
+    }
 }
 
 std::string AudioReader::format_name() const {
@@ -73,52 +122,97 @@ std::string AudioReader::format_name() const {
 
 void AudioReader::require_stereo() const {
     if (channels_ != 2)
-        cli::input_error(path_ + ": found " + std::to_string(channels_) + " channel" + (channels_ == 1 ? "" : "s") +
+        cli::input_error(name_ + ": found " + std::to_string(channels_) + " channel" + (channels_ == 1 ? "" : "s") +
                          ", the noise reducer needs stereo (2 channels)");
 }
 
 std::size_t AudioReader::read(int16_t *out, std::size_t n) {
-    const auto ch = static_cast<std::size_t>(channels_);
-    if (buffer_frames_ < n) {
-        buffer_.reset(new double[n * ch]);
-        buffer_frames_ = n;
+    require_stereo();
+    if (!decode_error_.empty()) return 0;
+    sf_count_t got;
+    if (is_16bit()) {
+        got = sf_readf_short(sf_, out, static_cast<sf_count_t>(n));
+    } else {
+        wide_.resize(2 * n);
+        got = sf_readf_double(sf_, wide_.data(), static_cast<sf_count_t>(n));
+        for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(std::max<sf_count_t>(got, 0)); ++i) {
+            // Full scale is 1.0; TPDF dither is the difference of two
+            // uniform values, one 16-bit step wide each.
+            double v = wide_[i] * 32768.0;
+            if (dither_ && is_wider_than_16bit()) {
+                noise_state_ ^= noise_state_ << 13, noise_state_ ^= noise_state_ >> 17, noise_state_ ^= noise_state_ << 5;
+                const double a = (noise_state_ & 0xffff) / 65536.0, b = (noise_state_ >> 16) / 65536.0;
+                v += a - b;
+            }
+            const double scaled = std::nearbyint(v);
+            // One step above 32767 is a wider format's positive full scale.
+            if (std::isnan(scaled)) {
+                ++clipped_;
+                out[i] = 0;
+            } else if (scaled > 32767.0) {
+                if (scaled > 32768.0) ++clipped_;
+                out[i] = 32767;
+            } else if (scaled < -32768.0) {
+                ++clipped_;
+                out[i] = -32768;
+            } else {
+                out[i] = static_cast<int16_t>(scaled);
+            }
+        }
     }
-    const sf_count_t got = sf_readf_double(sf_, buffer_.get(), static_cast<sf_count_t>(n));
-    if (got < 0) cli::input_error(path_ + ": read failed: " + sf_strerror(sf_));
-    if (sf_error(sf_) != SF_ERR_NO_ERROR) cli::input_error(path_ + ": read failed: " + sf_strerror(sf_));
-    const std::size_t samples = static_cast<std::size_t>(got) * ch;
-    for (std::size_t i = 0; i < samples; ++i) out[i] = to_16bit(buffer_[i], clipped_);
+    if (sf_error(sf_) != SF_ERR_NO_ERROR) decode_error_ = sf_strerror(sf_);
+    if (got < 0) got = 0;
+    frames_read_ += got;
     return static_cast<std::size_t>(got);
 }
 
-int format_for_extension(const std::string &path) {
-    std::string ext = lower_extension(path);
-    if (ext == "aif") ext = "aiff";
-    if (ext == "wave") ext = "wav";
-    if (ext.empty()) return 0;
+std::string AudioReader::premature_end() const {
+    const std::string why = decode_error_.empty() ? "" : " (" + decode_error_ + ")";
+    if (declared_ >= 0 && frames_read_ < declared_)
+        return "premature end of file: " + seconds(frames_read_, rate_) + " of " + seconds(declared_, rate_) + why;
+    if (!decode_error_.empty()) return "decoding stopped after " + seconds(frames_read_, rate_) + why;
+    return "";
+}
+
+int format_for_type(const std::string &type_name) {
+    std::string type = type_name;
+    std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (type == "aif") type = "aiff";
+    if (type == "wave") type = "wav";
+    if (type.empty()) return 0;
     int count = 0;
     sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof count);
     for (int i = 0; i < count; ++i) {
         SF_FORMAT_INFO info{};
         info.format = i;
         sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &info, sizeof info);
-        if (info.extension != nullptr && ext == info.extension) return info.format;
+        if (info.extension != nullptr && type == info.extension) return info.format;
     }
     return 0;
 }
 
-AudioWriter::AudioWriter(const std::string &destination, int sample_rate) : file_(destination) {
-    const int major = format_for_extension(destination);
-    if (major == 0) cli::usage_error(destination + ": cannot tell the audio format from the file name; use .wav, .flac, .aiff, ...");
+int format_for_extension(const std::string &path) { return format_for_type(lower_extension(path)); }
+
+AudioWriter::AudioWriter(const std::string &destination, int sample_rate, int format)
+    : name_(destination == "-" ? "standard output" : destination) {
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
     info.samplerate = sample_rate;
     info.channels = 2;
-    info.format = major | SF_FORMAT_PCM_16;
-    if (!sf_format_check(&info))
-        cli::usage_error(destination + ": this format cannot hold 16-bit PCM; use .wav, .flac, .aiff, ...");
-    sf_ = sf_open_fd(file_.release_fd(), SFM_WRITE, &info, SF_TRUE);
-    if (sf_ == nullptr) cli::input_error(destination + ": cannot write audio: " + sf_strerror(nullptr));
+    info.format = format;
+    if (!sf_format_check(&info)) cli::usage_error(name_ + ": this audio format cannot hold the output");
+    int fd;
+    if (destination == "-") {
+        if (isatty(STDOUT_FILENO))
+            cli::usage_error("standard output is a terminal; redirect it or name an output file");
+        spool_ = std::make_unique<ScratchFile>();  // a seekable place for the header
+        fd = dup(spool_->fd());
+    } else {
+        file_ = std::make_unique<PendingFile>(destination);
+        fd = file_->release_fd();
+    }
+    sf_ = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
+    if (sf_ == nullptr) cli::input_error(name_ + ": cannot write audio: " + sf_strerror(nullptr));
 }
 
 AudioWriter::~AudioWriter() {
@@ -127,16 +221,18 @@ AudioWriter::~AudioWriter() {
 
 void AudioWriter::write(const int16_t *interleaved, std::size_t frames) {
     const sf_count_t put = sf_writef_short(sf_, interleaved, static_cast<sf_count_t>(frames));
-    if (put != static_cast<sf_count_t>(frames))
-        cli::input_error(file_.destination() + ": write failed: " + sf_strerror(sf_));
+    if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
 }
 
 void AudioWriter::commit() {
     sf_write_sync(sf_);
     const int status = sf_close(sf_);
     sf_ = nullptr;
-    if (status != 0) cli::input_error(file_.destination() + ": write failed: " + sf_error_number(status));
-    file_.commit();
+    if (status != 0) cli::input_error(name_ + ": write failed: " + sf_error_number(status));
+    if (spool_)
+        spool_->copy_to(STDOUT_FILENO, name_);
+    else
+        file_->commit();
 }
 
 }  // namespace vorl

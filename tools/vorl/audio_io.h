@@ -1,10 +1,12 @@
-// Reading and writing stereo 16-bit audio through libsndfile, in whatever
-// container it supports (WAV, FLAC, AIFF, ...).
+// Reading and writing stereo audio through libsndfile, in whatever
+// container it supports (WAV, FLAC, AIFF, ...), from and to files or the
+// standard streams ("-").
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "pending_file.h"
 
@@ -14,47 +16,67 @@ namespace vorl {
 
 class AudioReader {
 public:
-    // Opens `path`; input error naming the file if libsndfile cannot.
-    explicit AudioReader(const std::string &path);
+    // Opens `path` ("-": standard input, read to its end first when it is a
+    // pipe); input error naming the file if libsndfile cannot. Samples of
+    // wider formats are reduced to 16 bits with TPDF dither when `dither`.
+    explicit AudioReader(const std::string &path, bool dither = false);
     ~AudioReader();
     AudioReader(const AudioReader &) = delete;
     AudioReader &operator=(const AudioReader &) = delete;
 
-    const std::string &path() const { return path_; }
+    const std::string &name() const { return name_; }  // the path, or "standard input"
     int channels() const { return channels_; }
     int sample_rate() const { return rate_; }
+    int format() const { return format_; }  // libsndfile's format word
+    // The length before reading: what the header says, or what the file
+    // holds when the header's length is a placeholder or too large.
     int64_t frames() const { return frames_; }
-    bool is_16bit() const { return is_16bit_; }
-    std::string format_name() const;  // e.g. "WAV (Microsoft) 24 bit PCM"
+    bool is_16bit() const;
+    bool is_wider_than_16bit() const;  // 24- or 32-bit PCM, float, double
+    std::string format_name() const;  // e.g. "WAV (Microsoft), Signed 24 bit PCM"
 
     // Input error unless the file has two channels.
     void require_stereo() const;
 
     // Reads up to `n` frames as interleaved 16-bit samples; returns the
-    // number read (0 at the end). Other sample formats are rounded to 16 bits
-    // and clipped at full scale; clipped() counts the samples that were.
+    // number read, 0 at the end. 16-bit input is passed as stored; other
+    // formats are rounded (dithered) to 16 bits and clipped at full scale,
+    // and clipped() counts the samples that were. A decoding error ends
+    // the input (reported by premature_end()).
     std::size_t read(int16_t *out, std::size_t n);
     uint64_t clipped() const { return clipped_; }
+    int64_t frames_read() const { return frames_read_; }
+
+    // After the end: "premature end of file: 0.52 s of 20.00 s" (with the
+    // decoder's complaint, if any) when fewer frames came than the header
+    // promised; "" otherwise or when the header gives no real length.
+    std::string premature_end() const;
 
 private:
-    std::string path_;
+    std::string name_;
+    std::unique_ptr<ScratchFile> spool_;  // standard input read from a pipe
     sf_private_tag *sf_ = nullptr;
     int channels_ = 0, rate_ = 0, format_ = 0;
-    int64_t frames_ = 0;
-    bool is_16bit_ = false;
+    int64_t frames_ = 0, declared_ = -1, frames_read_ = 0;
+    bool dither_ = false;
+    uint32_t noise_state_ = 0x9e3779b9u;
     uint64_t clipped_ = 0;
-    std::unique_ptr<double[]> buffer_;
-    std::size_t buffer_frames_ = 0;
+    std::string decode_error_;
+    std::vector<double> wide_;
 };
 
-// libsndfile's major format for a file name's extension, 0 if none.
+// libsndfile's major format for a type name ("wav", "flac", "aiff", ...),
+// 0 if none.
+int format_for_type(const std::string &type);
+// The major format a file name's extension names, 0 if none.
 int format_for_extension(const std::string &path);
 
-// Writes 16-bit PCM stereo in the format the destination's extension names,
-// through a PendingFile: nothing appears at the destination until commit().
+// Writes stereo audio in `format` (libsndfile's major | sub format) from
+// 16-bit samples, through a PendingFile (nothing appears at the destination
+// until commit()), or to standard output when `destination` is "-".
 class AudioWriter {
 public:
-    AudioWriter(const std::string &destination, int sample_rate);
+    AudioWriter(const std::string &destination, int sample_rate, int format);
     ~AudioWriter();
     AudioWriter(const AudioWriter &) = delete;
     AudioWriter &operator=(const AudioWriter &) = delete;
@@ -63,7 +85,9 @@ public:
     void commit();
 
 private:
-    PendingFile file_;
+    std::string name_;
+    std::unique_ptr<PendingFile> file_;   // a named destination
+    std::unique_ptr<ScratchFile> spool_;  // standard output, copied out at commit
     sf_private_tag *sf_ = nullptr;
 };
 

@@ -50,14 +50,16 @@ std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
     AudioReader r(path);
     r.require_stereo();
     rate = r.sample_rate();
-    std::vector<int16_t> samples(static_cast<std::size_t>(r.frames()) * 2);
-    std::size_t done = 0;
-    while (done < samples.size() / 2) {
-        const std::size_t got = r.read(samples.data() + 2 * done, samples.size() / 2 - done);
+    std::vector<int16_t> samples;
+    constexpr std::size_t kChunk = 1 << 16;
+    for (std::size_t done = 0;; done = samples.size() / 2) {
+        samples.resize(2 * (done + kChunk));
+        const std::size_t got = r.read(samples.data() + 2 * done, kChunk);
+        samples.resize(2 * (done + got));
         if (got == 0) break;
-        done += got;
     }
-    samples.resize(2 * done);
+    const std::string premature = r.premature_end();
+    if (!premature.empty()) cli::input_error(r.name() + ": " + premature);
     return samples;
 }
 

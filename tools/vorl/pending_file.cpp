@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -126,7 +127,7 @@ void PendingFile::discard() {
     done_ = true;
 }
 
-ScratchFile::ScratchFile(const void *data, std::size_t size) {
+ScratchFile::ScratchFile() {
     const std::string dir = system_temp_dir();
 #ifdef O_TMPFILE
     fd_ = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
@@ -139,25 +140,42 @@ ScratchFile::ScratchFile(const void *data, std::size_t size) {
     }
 #endif
     if (fd_ < 0) {
-        std::string pattern = dir + "/vorl-table-XXXXXX";
+        std::string pattern = dir + "/vorl-scratch-XXXXXX";
         fd_ = mkstemp(pattern.data());
         if (fd_ < 0) cli::input_error(dir + ": cannot create a working file: " + std::strerror(errno));
         named_ = path_ = pattern;
         slot_ = claim_slot(named_);
     }
-    const auto *p = static_cast<const char *>(data);
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t n = pwrite(fd_, p + done, size - done, static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) cli::input_error(dir + ": cannot write a working file: " + std::strerror(errno));
-        done += static_cast<std::size_t>(n);
-    }
 }
+
+ScratchFile::ScratchFile(const void *data, std::size_t size) : ScratchFile() { append(data, size); }
 
 ScratchFile::~ScratchFile() {
     if (!named_.empty()) unlink(named_.c_str());
     release_slot(slot_);
     if (fd_ >= 0) close(fd_);
+}
+
+void ScratchFile::append(const void *data, std::size_t size) {
+    const auto *p = static_cast<const char *>(data);
+    while (size > 0) {
+        const ssize_t n = write(fd_, p, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) cli::input_error(system_temp_dir() + ": cannot write a working file: " + std::strerror(errno));
+        p += n;
+        size -= static_cast<std::size_t>(n);
+    }
+}
+
+void ScratchFile::append_all_from(int fd, const std::string &what) {
+    std::vector<char> buf(1 << 16);
+    while (true) {
+        const ssize_t n = read(fd, buf.data(), buf.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) cli::input_error(what + ": read failed: " + std::strerror(errno));
+        if (n == 0) return;
+        append(buf.data(), static_cast<std::size_t>(n));
+    }
 }
 
 std::string ScratchFile::contents() const {
@@ -173,6 +191,23 @@ std::string ScratchFile::contents() const {
     }
     bytes.resize(done);
     return bytes;
+}
+
+void ScratchFile::copy_to(int fd, const std::string &what) const {
+    std::vector<char> buf(1 << 16);
+    for (off_t at = 0;;) {
+        const ssize_t n = pread(fd_, buf.data(), buf.size(), at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) cli::input_error(what + ": cannot read back the output: " + std::strerror(errno));
+        if (n == 0) return;
+        at += n;
+        for (ssize_t done = 0; done < n;) {
+            const ssize_t w = write(fd, buf.data() + done, static_cast<std::size_t>(n - done));
+            if (w < 0 && errno == EINTR) continue;
+            if (w <= 0) cli::input_error(what + ": write failed: " + std::strerror(errno));
+            done += w;
+        }
+    }
 }
 
 std::string system_temp_dir() {

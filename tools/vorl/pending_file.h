@@ -39,14 +39,22 @@ private:
 // (O_TMPFILE), it never has a name, so even a killed run leaves nothing.
 class ScratchFile {
 public:
-    // Creates it in the temporary folder holding `size` bytes of `data`.
+    ScratchFile();  // empty, in the temporary folder
+    // Holding `size` bytes of `data`.
     ScratchFile(const void *data, std::size_t size);
     ~ScratchFile();
     ScratchFile(const ScratchFile &) = delete;
     ScratchFile &operator=(const ScratchFile &) = delete;
 
     const std::string &path() const { return path_; }
+    int fd() const { return fd_; }
+    void append(const void *data, std::size_t size);
+    // Appends everything that can be read from `fd` (a pipe) until its end;
+    // `what` names the source in errors.
+    void append_all_from(int fd, const std::string &what);
     std::string contents() const;  // the whole file as it is now
+    // Copies the whole file to `fd`; `what` names the destination in errors.
+    void copy_to(int fd, const std::string &what) const;
 
 private:
     int fd_ = -1;

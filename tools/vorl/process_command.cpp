@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
+
+#include <sndfile.h>
 #include <set>
 
 #include "audio_io.h"
@@ -30,14 +33,19 @@ const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
 Removes lens-drive noise (zoom motor in both directions, autofocus, with a
 wind allowance) from a stereo recording. IN may be any stereo file that
-libsndfile reads (WAV, FLAC, AIFF, ...). OUT is written as 16-bit PCM in the
-format its extension names (.wav, .flac, .aiff, ...), at IN's sample rate.
-IN is never modified: OUT must be another file, and it appears only when
-complete (it is written beside OUT under a temporary name, then renamed).
+libsndfile reads (WAV, FLAC, AIFF, ...), or "-" for standard input. OUT is
+written in the format its extension or --type names, at IN's sample rate;
+"-" writes standard output (--type needed). IN is never modified: OUT must
+be another file, and it appears only when complete (it is written beside
+OUT under a temporary name, then renamed).
 
-Input that is not 16-bit is rounded to 16 bits; samples beyond full scale
-are clipped and counted. The built-in table is tuned for 48 kHz; other
-rates are processed with a warning.
+The noise reducer takes 16-bit samples: 24-bit, 32-bit and float input is
+reduced with TPDF dither, samples beyond full scale are clipped and
+counted, and OUT keeps the wider format where its container can hold it.
+A WAV whose header has no real length (written to a pipe) is read to its
+end; input shorter than its header says is processed and reported. The
+built-in table is tuned for 48 kHz; other rates are processed with a
+warning.
 
 Tuning table:
   --table FILE        tuning table to use (default: the built-in table)
@@ -90,19 +98,22 @@ Processing:
                       are fed after the input and the first 768 output
                       frames are dropped. A last partial block is padded
                       with silence either way.
-  -q, --quiet         no summary line and no warnings (errors still shown)
+  -t, --type TYPE     OUT's container (wav, flac, aiff, au, caf, w64, ...)
+                      instead of its extension; needed for OUT "-"
+  -q, --quiet         no summary line and no warnings (errors and a
+                      premature end of the input still shown)
   -h, --help          this text
 
 A progress bar is drawn on standard error when it is a terminal; at the end
-one summary line goes to standard error. Nothing is written to standard
-output.
+one summary line goes to standard error. Nothing but OUT "-" is written to
+standard output.
 
 Exit status: 0 success, 1 usage error, 2 input, output or table error,
 3 OUT was written but the learned table was discarded (--learn).
 )";
 
 struct Options {
-    std::string in, out, table, learn;
+    std::string in, out, table, learn, type;
     DriveSchedule drive;
     bool pulse = false, dc_cut = false, raw = false, quiet = false;
 };
@@ -111,20 +122,21 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}}),
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}}),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
         std::exit(cli::kExitOk);
     }
     cli::expect_positional(args, 2, "process", "IN OUT [options]");
-    for (const char *once : {"table", "learn"})
+    for (const char *once : {"table", "learn", "type"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
     Options o;
     o.in = args.positional[0];
     o.out = args.positional[1];
     o.table = args.value("table");
     o.learn = args.value("learn");
+    o.type = args.value("type");
     o.pulse = args.has("pulse");
     o.dc_cut = args.has("dc-cut");
     o.raw = args.has("raw") || args.has("no-align");
@@ -135,7 +147,7 @@ Options parse(int argc, char **argv, int first) {
 
 // Refuses any run that would write over one of its own inputs.
 void check_paths(const Options &o) {
-    if (o.in == o.out || same_file(o.in, o.out))
+    if (o.in != "-" && (o.in == o.out || same_file(o.in, o.out)))
         cli::usage_error(o.out + ": is the input file; choose another output name (IN is never overwritten)");
     if (!o.table.empty() && (o.out == o.table || same_file(o.out, o.table)))
         cli::usage_error(o.out + ": is the tuning table given with --table; choose another output name");
@@ -145,8 +157,28 @@ void check_paths(const Options &o) {
         if (o.learn == o.out || same_file(o.learn, o.out))
             cli::usage_error(o.learn + ": --learn names the same file as the output recording");
     }
-    if (format_for_extension(o.out) == 0)
-        cli::usage_error(o.out + ": cannot tell the audio format from the file name; use .wav, .flac, .aiff, ...");
+    if (!o.type.empty() && format_for_type(o.type) == 0)
+        cli::usage_error("--type " + o.type + ": unknown audio type; use wav, flac, aiff, ...");
+    if (o.type.empty() && o.out == "-") cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");
+    if (o.type.empty() && format_for_extension(o.out) == 0)
+        cli::usage_error(o.out + ": cannot tell the audio format from the file name; use .wav, .flac, .aiff, ... or --type");
+}
+
+// OUT's format: the container --type or OUT's extension names, holding
+// 16-bit PCM, or the input's wider sample format where the container can.
+int output_format(const Options &o, const AudioReader &in) {
+    const int major = o.type.empty() ? format_for_extension(o.out) : format_for_type(o.type);
+    std::vector<int> subs{SF_FORMAT_PCM_16};
+    if (in.is_wider_than_16bit()) subs.insert(subs.begin(), in.format() & SF_FORMAT_SUBMASK);
+    for (int sub : subs) {
+        SF_INFO info{};
+        info.samplerate = in.sample_rate();
+        info.channels = 2;
+        info.format = major | sub;
+        if (sf_format_check(&info)) return info.format;
+    }
+    cli::usage_error((o.out == "-" ? std::string("standard output") : o.out) +
+                     ": this container cannot hold PCM audio; use .wav, .flac, .aiff, ...");
 }
 
 // Says what became of the learning run; returns the exit code.
@@ -181,12 +213,15 @@ int run_process(int argc, char **argv, int first) {
     const Options o = parse(argc, argv, first);
     check_paths(o);
 
-    AudioReader in(o.in);
+    AudioReader in(o.in, /*dither=*/true);
     in.require_stereo();
+    const int rate = in.sample_rate();
     if (!o.quiet) {
-        if (!in.is_16bit()) cli::warn(o.in + ": " + in.format_name() + " input is converted to 16-bit");
-        if (in.sample_rate() != kTunedRate)
-            cli::warn(o.in + ": sample rate " + std::to_string(in.sample_rate()) + " Hz; " +
+        if (!in.is_16bit())
+            cli::warn(in.name() + ": " + in.format_name() + " input is reduced to 16-bit for the noise reducer" +
+                      (in.is_wider_than_16bit() ? " (TPDF dither)" : ""));
+        if (rate != kTunedRate)
+            cli::warn(in.name() + ": sample rate " + std::to_string(rate) + " Hz; " +
                       (o.table.empty() ? "the built-in table is tuned for 48000 Hz"
                                        : "make sure " + o.table + " is tuned for it"));
     }
@@ -203,47 +238,80 @@ int run_process(int argc, char **argv, int first) {
     HostSession session(table, table_name, o.pulse);
     if (o.drive.has_af()) session.follow_autofocus_word();
 
-    AudioWriter out(o.out, in.sample_rate());
+    AudioWriter out(o.out, rate, output_format(o, in));
     VORLDcCutState dc;
     VORLDcCutInit(&dc);
-
-    const int64_t frames = in.frames();
-    const int64_t input_blocks = (frames + kBlock - 1) / kBlock;
-    const int64_t blocks = input_blocks + (o.raw ? 0 : kDelayBlocks);
-    const int64_t skip = o.raw ? 0 : VORL_DELAY_FRAMES;  // output frames before the input's first
-    const int64_t keep = o.raw ? input_blocks * kBlock : frames;
-    Progress progress(!o.quiet, frames, in.sample_rate());
+    Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
 
-    int16_t block_in[2 * kBlock], block_out[2 * kBlock];
-    int64_t produced = 0;
-    for (int64_t b = 0; b < blocks; ++b) {
-        const std::size_t got = b < input_blocks ? in.read(block_in, kBlock) : 0;
-        std::memset(block_in + 2 * got, 0, (kBlock - got) * 2 * sizeof(int16_t));
-        if (o.dc_cut) VORLDcCutProc(block_in, &dc, kBlock);
-        session.process(block_in, block_out, o.drive.at(b, in.sample_rate()));
-        // Output frame `produced + i` is input frame `produced + i - skip`.
+    // Many blocks per libsndfile call; the blocks of silence fed after the
+    // input's end fit behind a full chunk.
+    const int64_t skip = o.raw ? 0 : VORL_DELAY_FRAMES;  // output frames before the input's first
+    constexpr std::size_t kChunk = 64 * kBlock;
+    // `seen` holds what the engine was given, VORL_DELAY_FRAMES behind the
+    // current chunk: output frame k of a chunk comes from seen frame k.
+    std::vector<int16_t> seen(2 * (VORL_DELAY_FRAMES + kChunk + kDelayBlocks * kBlock));
+    int16_t *const block_in = seen.data() + 2 * VORL_DELAY_FRAMES;
+    std::vector<int16_t> block_out(seen.size() - 2 * VORL_DELAY_FRAMES);
+    int64_t blocks = 0, produced = 0, frames = 0;
+    uint64_t saturated = 0;
+    for (bool at_end = false; !at_end;) {
+        std::size_t got = 0;
+        while (got < kChunk) {
+            const std::size_t n = in.read(block_in + 2 * got, kChunk - got);
+            if (n == 0) break;
+            got += n;
+        }
+        at_end = got < kChunk;
+        frames += static_cast<int64_t>(got);
+        std::size_t chunk_blocks = (got + kBlock - 1) / kBlock;
+        if (at_end && frames == 0) cli::input_error(in.name() + ": holds no audio samples");
+        if (at_end && !o.raw) chunk_blocks += kDelayBlocks;
+        std::fill(block_in + 2 * got, block_in + 2 * chunk_blocks * kBlock, int16_t{0});
+        for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks) {
+            int16_t *bi = block_in + 2 * k * kBlock;
+            if (o.dc_cut) VORLDcCutProc(bi, &dc, kBlock);
+            session.process(bi, block_out.data() + 2 * k * kBlock, o.drive.at(blocks, rate));
+        }
+        // Output frame `produced + i` is input frame `produced + i - skip`;
+        // --raw keeps every frame of the whole blocks.
+        const int64_t span = static_cast<int64_t>(chunk_blocks) * kBlock;
         const int64_t from = std::max<int64_t>(0, skip - produced);
-        const int64_t upto = std::min<int64_t>(kBlock, skip + keep - produced);
-        if (upto > from) out.write(block_out + 2 * from, static_cast<std::size_t>(upto - from));
-        produced += kBlock;
-        progress.update(std::min(b * kBlock, frames));
+        const int64_t upto = o.raw ? span : std::min<int64_t>(span, skip + frames - produced);
+        if (upto > from) {
+            // At full scale where the input was not: the engine saturated.
+            for (int64_t i = 2 * from; i < 2 * upto; ++i) {
+                const int16_t v = block_out[static_cast<std::size_t>(i)], was = seen[static_cast<std::size_t>(i)];
+                saturated += (v == 32767 || v == -32768) && v != was;
+            }
+            out.write(block_out.data() + 2 * from, static_cast<std::size_t>(upto - from));
+        }
+        std::copy(seen.begin() + 2 * span, seen.begin() + 2 * (span + VORL_DELAY_FRAMES), seen.begin());
+        produced += span;
+        progress.update(std::min(blocks * kBlock, frames));
     }
     progress.finish();
     out.commit();
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const uint32_t updates = session.learn_count();
+    const std::string premature = in.premature_end();
+    if (!premature.empty()) cli::warn(in.name() + ": " + premature);
     if (!o.quiet) {
         if (in.clipped() > 0)
-            cli::warn(o.in + ": " + std::to_string(in.clipped()) + " sample(s) clipped converting to 16-bit");
+            cli::warn(in.name() + ": " + std::to_string(in.clipped()) + " sample(s) clipped converting to 16-bit");
+        if (saturated > 0)
+            cli::warn(std::to_string(saturated) + " output sample(s) at full scale (the noise reducer saturates there)");
+        const int64_t input_blocks = (frames + kBlock - 1) / kBlock;
         if (o.drive.uses_file() && static_cast<int64_t>(o.drive.file_blocks()) != input_blocks)
             cli::warn("drive file has " + std::to_string(o.drive.file_blocks()) + " block lines, the input has " +
                       std::to_string(input_blocks) + " blocks");
-        const double duration = static_cast<double>(frames) / in.sample_rate();
+        const double duration = static_cast<double>(frames) / rate;
+        const std::string out_name = o.out == "-" ? "standard output" : o.out;
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s\n",
-                     o.in.c_str(), o.out.c_str(), duration, static_cast<long long>(blocks),
-                     seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s");
+                     o.in == "-" ? "standard input" : o.in.c_str(), out_name.c_str(), duration,
+                     static_cast<long long>(blocks), seconds > 0 ? duration / seconds : 0.0, updates,
+                     updates == 1 ? "" : "s");
     }
     return o.learn.empty() ? cli::kExitOk : report_learning(o, session);
 }
