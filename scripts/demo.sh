@@ -15,7 +15,7 @@ vorl=build/tools/vorl/vorl
 demo=build/demo
 mkdir -p "$demo"
 build/tools/demo/vorl_make_demo "$demo"
-"$vorl" process "$demo/noisy.wav" "$demo/processed.wav" --drive "$demo/drive.txt"
+"$vorl" process "$demo/noisy.wav" "$demo/processed.wav" --drive "$demo/drive.txt" -y
 
 echo
 echo "Demo files in $demo/: noisy.wav (input), processed.wav (output),"

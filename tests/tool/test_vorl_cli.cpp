@@ -1,11 +1,16 @@
 // The vorl tool as a user meets it: exit codes, messages, what it writes and
 // what it must never touch.
 #include <cmath>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "cli_harness.h"
@@ -255,10 +260,93 @@ TEST(VorlProcess, AFailedRunLeavesNoPartialOutputAndKeepsTheOldFile) {
     write_audio(box.path("in.wav"), 2, 10 * 48000, 48000, kWav16, tone);
     write_bytes(box.path("out.wav"), "previous take");
     // The output (1.9 MB) cannot be completed under a 256 kB file-size limit.
-    const RunResult r = box.vorl({"process", "in.wav", "out.wav"}, 256);
+    const RunResult r = box.vorl({"process", "in.wav", "out.wav", "-y"}, 256);
     EXPECT_NE(r.exit_code, 0);
     EXPECT_EQ(read_bytes(box.path("out.wav")), "previous take");
     EXPECT_EQ(box.files(), (std::vector<std::string>{"in.wav", "out.wav"}));
+}
+
+// Starts the tool on `args` in `box`, waits until it holds an output file
+// open in the folder, and kills it with SIGKILL. False if it never did.
+bool kill_while_writing(const Sandbox &box, const std::vector<std::string> &args, const std::string &input) {
+    const std::string dir = std::filesystem::canonical(box.path(".")).string() + "/";
+    std::vector<std::string> argv_s{std::getenv("VORL_TOOL")};
+    argv_s.insert(argv_s.end(), args.begin(), args.end());
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (chdir(dir.c_str()) != 0) _exit(127);
+        std::vector<char *> argv;
+        for (auto &a : argv_s) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    bool seen = false;
+    for (int tries = 0; tries < 20000 && !seen; ++tries) {
+        const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+        std::error_code ec;
+        for (const auto &e : std::filesystem::directory_iterator(fds, ec)) {
+            std::error_code ec2;
+            const std::string to = std::filesystem::read_symlink(e.path(), ec2).string();
+            if (to.rfind(dir, 0) == 0 && to != dir + input) seen = true;
+        }
+        if (ec) break;  // the process is gone
+        usleep(100);
+    }
+    kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return seen;
+}
+
+TEST(VorlOutputs, ReplacingNeedsYesKeepsModeWritesThroughLinksAndKilledRunsLeaveNothing) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 4800, 48000, kWav16, tone);
+    write_bytes(box.path("out.wav"), "previous take");
+    for (const char *flag : {"", "-n"}) {
+        std::vector<std::string> args{"process", "in.wav", "out.wav"};
+        if (*flag) args.push_back(flag);
+        const RunResult r = box.vorl(args);
+        EXPECT_EQ(r.exit_code, 1) << flag;
+        EXPECT_TRUE(contains(r.err, "out.wav: exists")) << r.err;
+    }
+    EXPECT_EQ(read_bytes(box.path("out.wav")), "previous take");
+    EXPECT_EQ(box.vorl({"table", "new", "in.wav"}).exit_code, 1);
+
+    chmod(box.path("out.wav").c_str(), 0640);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "out.wav", "-y"}).exit_code, 0);
+    struct stat st;
+    ASSERT_EQ(stat(box.path("out.wav").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    EXPECT_EQ(read_audio(box.path("out.wav")).size(), 2u * 4800);
+
+    // Through a symbolic link: the target is replaced, the link stays.
+    ASSERT_EQ(mkdir(box.path("takes").c_str(), 0755), 0);
+    write_bytes(box.path("takes/final.wav"), "old");
+    ASSERT_EQ(symlink("takes/final.wav", box.path("final.wav").c_str()), 0);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "final.wav", "--overwrite"}).exit_code, 0);
+    ASSERT_EQ(lstat(box.path("final.wav").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_EQ(read_audio(box.path("takes/final.wav")).size(), 2u * 4800);
+
+    // Hidden temporaries of a killed run are removed; others stay.
+    const pid_t gone = fork();
+    if (gone == 0) _exit(0);
+    waitpid(gone, nullptr, 0);
+    const std::string stale = ".out.wav.vorl-" + std::to_string(gone) + "-abcdef";
+    const std::string alive = ".out.wav.vorl-" + std::to_string(getpid()) + "-abcdef";
+    write_bytes(box.path(stale), "x");
+    write_bytes(box.path(alive), "x");
+    ASSERT_EQ(box.vorl({"process", "in.wav", "out.wav", "-y"}).exit_code, 0);
+    EXPECT_FALSE(file_exists(box.path(stale)));
+    EXPECT_TRUE(file_exists(box.path(alive)));
+    std::remove(box.path(alive).c_str());
+
+    // Killed while writing a new output: nothing is left behind.
+    write_audio(box.path("long.wav"), 2, 120 * 48000, 48000, kWav16, tone);
+    const auto before = box.files();
+    EXPECT_TRUE(kill_while_writing(box, {"process", "long.wav", "new.wav"}, "long.wav"));
+    EXPECT_EQ(box.files(), before);
 }
 
 TEST(VorlProcess, LearningWritesOnlyTheNamedTable) {
@@ -296,7 +384,9 @@ TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     EXPECT_TRUE(file_exists(box.path("out.wav")));
     // An existing table is left as it was.
     write_bytes(box.path("learned.tbl"), "earlier table");
-    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--table", "strict.tbl", "--learn", "learned.tbl"}).exit_code, 3);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--table", "strict.tbl", "--learn", "learned.tbl", "-y"})
+                  .exit_code,
+              3);
     EXPECT_EQ(read_bytes(box.path("learned.tbl")), "earlier table");
 }
 

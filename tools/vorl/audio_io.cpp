@@ -209,7 +209,7 @@ AudioWriter::AudioWriter(const std::string &destination, int sample_rate, int fo
         fd = dup(spool_->fd());
     } else {
         file_ = std::make_unique<PendingFile>(destination);
-        fd = file_->release_fd();
+        fd = file_->duplicate_fd();
     }
     sf_ = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
     if (sf_ == nullptr) cli::input_error(name_ + ": cannot write audio: " + sf_strerror(nullptr));

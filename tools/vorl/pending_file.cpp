@@ -9,6 +9,7 @@
 #include <sstream>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,32 +68,94 @@ std::string name_of(const std::string &path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// The file a path finally names, following symbolic links (the last one
+// may dangle: the output then creates its target).
+std::string resolve_links(const std::string &path) {
+    std::string p = path;
+    for (int depth = 0; depth < 40; ++depth) {
+        struct stat st;
+        if (lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return p;
+        char buf[4096];
+        const ssize_t n = readlink(p.c_str(), buf, sizeof buf);
+        if (n <= 0 || n == static_cast<ssize_t>(sizeof buf)) return p;
+        const std::string to(buf, static_cast<std::size_t>(n));
+        p = to[0] == '/' ? to : folder_of(p) + "/" + to;
+    }
+    cli::input_error(path + ": too many levels of symbolic links");
+}
+
+// Named temporaries are PREFIX + PID + "-" + six characters. One whose
+// process no longer exists, owned by this user, is left over from a killed
+// run of this tool: remove it.
+void remove_stale(const std::string &dir, const std::string &prefix) {
+    DIR *d = opendir(dir.c_str());
+    if (d == nullptr) return;
+    while (const dirent *e = readdir(d)) {
+        const std::string name = e->d_name;
+        if (name.compare(0, prefix.size(), prefix) != 0) continue;
+        const std::string rest = name.substr(prefix.size());
+        const auto dash = rest.find('-');
+        if (dash == 0 || dash == std::string::npos || rest.size() != dash + 7 ||
+            rest.find_first_not_of("0123456789") != dash)
+            continue;
+        const long pid = std::strtol(rest.c_str(), nullptr, 10);
+        struct stat st;
+        const std::string path = dir + "/" + name;
+        if (pid > 0 && pid != getpid() && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH &&
+            lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid())
+            unlink(path.c_str());
+    }
+    closedir(d);
+}
+
+// A named temporary PREFIX + PID + "-XXXXXX" in `dir`, after clearing
+// stale ones; -1 with errno on failure.
+int make_named_temp(const std::string &dir, const std::string &prefix, std::string &path) {
+    remove_stale(dir, prefix);
+    path = dir + "/" + prefix + std::to_string(getpid()) + "-XXXXXX";
+    return mkostemp(path.data(), O_CLOEXEC);
+}
+
+// An unnamed file in `dir` that /proc can reopen, or -1.
+int open_unnamed(const std::string &dir, mode_t mode) {
+#ifdef O_TMPFILE
+    const int fd = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+    if (fd < 0) return -1;
+    if (access(("/proc/self/fd/" + std::to_string(fd)).c_str(), R_OK | W_OK) == 0) return fd;
+    close(fd);
+#else
+    (void)dir, (void)mode;
+#endif
+    return -1;
+}
+
 }  // namespace
 
-PendingFile::PendingFile(std::string destination) : destination_(std::move(destination)) {
+PendingFile::PendingFile(std::string destination)
+    : destination_(std::move(destination)), target_(resolve_links(destination_)) {
     struct stat st;
-    if (stat(destination_.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-        cli::input_error(destination_ + ": is a folder, not a file name");
-    std::string pattern = folder_of(destination_) + "/." + name_of(destination_) + ".vorl-XXXXXX";
-    fd_ = mkstemp(pattern.data());
-    if (fd_ < 0)
-        cli::input_error(destination_ + ": cannot create a file in " + folder_of(destination_) + ": " +
-                         std::strerror(errno));
-    temp_ = pattern;
-    slot_ = claim_slot(temp_);
-    // mkstemp makes the file private; give the output the usual permissions.
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(fd_, 0666 & ~mask);
+    const bool exists = stat(target_.c_str(), &st) == 0;
+    if (exists && S_ISDIR(st.st_mode)) cli::input_error(destination_ + ": is a folder, not a file name");
+    const std::string dir = folder_of(target_);
+    fd_ = open_unnamed(dir, 0666);
+    if (fd_ < 0) {
+        fd_ = make_named_temp(dir, "." + name_of(target_) + ".vorl-", temp_);
+        if (fd_ < 0)
+            cli::input_error(destination_ + ": cannot create a file in " + dir + ": " + std::strerror(errno));
+        slot_ = claim_slot(temp_);
+        const mode_t mask = umask(0);  // mkstemp makes the file private
+        umask(mask);
+        fchmod(fd_, 0666 & ~mask);
+    }
+    if (exists) {  // the replaced file's permissions and, where allowed, owner
+        fchmod(fd_, st.st_mode & 07777);
+        if (fchown(fd_, st.st_uid, st.st_gid) != 0) { /* not ours to give away: keep ours */ }
+    }
 }
 
 PendingFile::~PendingFile() { discard(); }
 
-int PendingFile::release_fd() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
+int PendingFile::duplicate_fd() const { return fcntl(fd_, F_DUPFD_CLOEXEC, 0); }
 
 void PendingFile::write_all(const void *data, std::size_t size) {
     const auto *p = static_cast<const char *>(data);
@@ -106,13 +169,31 @@ void PendingFile::write_all(const void *data, std::size_t size) {
 }
 
 void PendingFile::commit() {
-    if (fd_ >= 0) {
-        if (fsync(fd_) != 0 && errno != EINVAL)
-            cli::input_error(destination_ + ": cannot flush to disk: " + std::strerror(errno));
-        close(fd_);
-        fd_ = -1;
+    if (fsync(fd_) != 0 && errno != EINVAL)
+        cli::input_error(destination_ + ": cannot flush to disk: " + std::strerror(errno));
+    if (temp_.empty()) {
+        // Name the finished file (rename cannot take an unnamed one): a
+        // fresh hidden name, then the rename below puts it in place.
+        const std::string dir = folder_of(target_), prefix = "." + name_of(target_) + ".vorl-";
+        const std::string proc = "/proc/self/fd/" + std::to_string(fd_);
+        for (int attempt = 0; temp_.empty(); ++attempt) {
+            std::string name;
+            const int probe = make_named_temp(dir, prefix, name);  // reserves a unique name
+            if (probe < 0)
+                cli::input_error(destination_ + ": cannot name the finished file: " + std::strerror(errno));
+            close(probe);
+            unlink(name.c_str());
+            if (linkat(AT_FDCWD, proc.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+                temp_ = name;
+                slot_ = claim_slot(temp_);
+            } else if (errno != EEXIST || attempt > 8) {
+                cli::input_error(destination_ + ": cannot name the finished file: " + std::strerror(errno));
+            }
+        }
     }
-    if (std::rename(temp_.c_str(), destination_.c_str()) != 0)
+    close(fd_);
+    fd_ = -1;
+    if (std::rename(temp_.c_str(), target_.c_str()) != 0)
         cli::input_error(destination_ + ": cannot move the finished file into place: " + std::strerror(errno));
     release_slot(slot_);
     done_ = true;
@@ -122,28 +203,45 @@ void PendingFile::discard() {
     if (done_) return;
     if (fd_ >= 0) close(fd_);
     fd_ = -1;
-    unlink(temp_.c_str());
+    if (!temp_.empty()) unlink(temp_.c_str());
     release_slot(slot_);
     done_ = true;
 }
 
+std::vector<cli::OptionDef> with_overwrite_options(std::vector<cli::OptionDef> own) {
+    own.push_back({"overwrite", false, 'y'});
+    own.push_back({"no-overwrite", false, 'n'});
+    return own;
+}
+
+Replace replace_policy(const cli::ParsedArgs &args) {
+    if (args.has("overwrite") && args.has("no-overwrite")) cli::usage_error("-y and -n contradict each other");
+    return args.has("overwrite") ? Replace::Always : args.has("no-overwrite") ? Replace::Never : Replace::Ask;
+}
+
+void check_replace(const std::string &path, Replace policy) {
+    struct stat st;
+    if (path == "-" || policy == Replace::Always || stat(path.c_str(), &st) != 0) return;
+    if (policy == Replace::Never) cli::usage_error(path + ": exists, not replaced (-n)");
+    if (isatty(STDIN_FILENO) && isatty(STDERR_FILENO)) {
+        std::fprintf(stderr, "vorl: %s exists; replace it? [y/N] ", path.c_str());
+        std::fflush(stderr);
+        char answer[16] = "";
+        if (std::fgets(answer, sizeof answer, stdin) != nullptr && (answer[0] == 'y' || answer[0] == 'Y')) return;
+        cli::usage_error(path + ": exists, not replaced");
+    }
+    cli::usage_error(path + ": exists; -y (--overwrite) replaces it");
+}
+
 ScratchFile::ScratchFile() {
     const std::string dir = system_temp_dir();
-#ifdef O_TMPFILE
-    fd_ = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    fd_ = open_unnamed(dir, 0600);
     if (fd_ >= 0) {
         path_ = "/proc/self/fd/" + std::to_string(fd_);
-        if (access(path_.c_str(), R_OK | W_OK) != 0) {  // no /proc: take a name instead
-            close(fd_);
-            fd_ = -1;
-        }
-    }
-#endif
-    if (fd_ < 0) {
-        std::string pattern = dir + "/vorl-scratch-XXXXXX";
-        fd_ = mkstemp(pattern.data());
+    } else {
+        fd_ = make_named_temp(dir, "vorl-scratch-", named_);
         if (fd_ < 0) cli::input_error(dir + ": cannot create a working file: " + std::strerror(errno));
-        named_ = path_ = pattern;
+        path_ = named_;
         slot_ = claim_slot(named_);
     }
 }

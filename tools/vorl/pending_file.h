@@ -1,38 +1,54 @@
-// Outputs are written to a temporary file beside their destination and
-// renamed over it only when complete, so a failed or interrupted run never
-// leaves a partial file and never touches what was there before.
+// Output files: written where nobody sees them and moved over their
+// destination only when complete, so a failed, interrupted or killed run
+// never leaves a partial file and never touches what was there before;
+// and the rule about replacing an existing file (-y, -n).
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "cli.h"
 
 namespace vorl {
 
 class PendingFile {
 public:
-    // Creates an empty temporary file in the destination's folder
-    // (input error if the folder cannot take it).
+    // Starts the output for `destination`; when that is a symbolic link,
+    // for the file it points to (the link stays). The file has no name
+    // until commit() where the file system allows (O_TMPFILE); elsewhere
+    // it is a hidden temporary beside the destination, and hidden
+    // temporaries of earlier runs that were killed (their process is gone)
+    // are removed first. Input error if the folder cannot take it.
     explicit PendingFile(std::string destination);
-    ~PendingFile();  // removes the temporary file unless committed
+    ~PendingFile();  // drops the output unless committed
     PendingFile(const PendingFile &) = delete;
     PendingFile &operator=(const PendingFile &) = delete;
 
-    const std::string &temp_path() const { return temp_; }
     const std::string &destination() const { return destination_; }
-    int fd() const { return fd_; }
-    // Hands the descriptor to someone who will close it (e.g. libsndfile).
-    int release_fd();
+    // A descriptor of the output for someone who will close it (libsndfile).
+    int duplicate_fd() const;
 
     void write_all(const void *data, std::size_t size);  // input error on failure
-    // Flushes to disk and renames the temporary file over the destination.
+    // Flushes to disk and moves the output over the destination, with the
+    // replaced file's permissions (and owner, where allowed).
     void commit();
     void discard();
 
 private:
-    std::string destination_, temp_;
+    std::string destination_, target_, temp_;
     int fd_ = -1;
     int slot_ = -1;  // place in the interrupt clean-up list
     bool done_ = false;
 };
+
+// Replacing an existing output: as ffmpeg, -y/--overwrite replaces,
+// -n/--no-overwrite never does, and otherwise the user is asked when both
+// standard input and standard error are a terminal, else refused.
+enum class Replace { Ask, Always, Never };
+std::vector<cli::OptionDef> with_overwrite_options(std::vector<cli::OptionDef> own);
+Replace replace_policy(const cli::ParsedArgs &args);
+// Usage error when `path` exists and may not be replaced.
+void check_replace(const std::string &path, Replace policy);
 
 // A private working file that a library reads and writes by path (the
 // tuning table's copy), gone when the run ends. Where the file system can

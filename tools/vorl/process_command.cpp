@@ -36,8 +36,11 @@ wind allowance) from a stereo recording. IN may be any stereo file that
 libsndfile reads (WAV, FLAC, AIFF, ...), or "-" for standard input. OUT is
 written in the format its extension or --type names, at IN's sample rate;
 "-" writes standard output (--type needed). IN is never modified: OUT must
-be another file, and it appears only when complete (it is written beside
-OUT under a temporary name, then renamed).
+be another file, and it appears only when complete (it is written as an
+unnamed file in OUT's folder, then moved into place, so even a killed run
+leaves nothing behind). An existing OUT (or --learn table) is replaced only
+with -y; a replaced file keeps its permissions, and a symbolic link OUT
+has its target replaced.
 
 The noise reducer takes 16-bit samples: 24-bit, 32-bit and float input is
 reduced with TPDF dither, samples beyond full scale are clipped and
@@ -55,7 +58,7 @@ Tuning table:
                       they fail, the failing bands are listed, OUT_TABLE is
                       not written (an existing one is left as it was) and
                       the exit status is 3. OUT_TABLE may be the --table
-                      file itself; no other table file is ever modified.
+                      file itself (with -y); no other table is modified.
 
 Drive state (what the lens did; without any of these the file is idle):
   --drive FILE        one line per 256-frame block, "zoom af wind":
@@ -98,6 +101,9 @@ Processing:
                       are fed after the input and the first 768 output
                       frames are dropped. A last partial block is padded
                       with silence either way.
+  -y, --overwrite     replace an existing OUT or --learn table (without
+                      it the tool asks on a terminal, else refuses)
+  -n, --no-overwrite  never replace an existing file
   -t, --type TYPE     OUT's container (wav, flac, aiff, au, caf, w64, ...)
                       instead of its extension; needed for OUT "-"
   -q, --quiet         no summary line and no warnings (errors and a
@@ -116,13 +122,14 @@ struct Options {
     std::string in, out, table, learn, type;
     DriveSchedule drive;
     bool pulse = false, dc_cut = false, raw = false, quiet = false;
+    Replace replace = Replace::Ask;
 };
 
 Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
-                        with_drive_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}}),
+                        with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
@@ -142,6 +149,7 @@ Options parse(int argc, char **argv, int first) {
     o.raw = args.has("raw") || args.has("no-align");
     o.quiet = args.has("quiet");
     o.drive = drive_from_args(args);
+    o.replace = replace_policy(args);
     return o;
 }
 
@@ -157,6 +165,8 @@ void check_paths(const Options &o) {
         if (o.learn == o.out || same_file(o.learn, o.out))
             cli::usage_error(o.learn + ": --learn names the same file as the output recording");
     }
+    check_replace(o.out, o.replace);
+    if (!o.learn.empty()) check_replace(o.learn, o.replace);
     if (!o.type.empty() && format_for_type(o.type) == 0)
         cli::usage_error("--type " + o.type + ": unknown audio type; use wav, flac, aiff, ...");
     if (o.type.empty() && o.out == "-") cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");

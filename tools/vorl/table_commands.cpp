@@ -48,7 +48,9 @@ tbl_cnt are included, the checksum is not (from-json computes it). So
 to-json followed by from-json gives back the file byte for byte, when the
 file's checksum was right. from-json refuses unknown and missing fields.
 
-Outputs are written atomically and never over the command's input.
+Outputs are written atomically and never over the command's input. An
+existing OUT is replaced only with -y (--overwrite); -n (--no-overwrite)
+never replaces; without either the tool asks on a terminal, else refuses.
 Exit status: 0 success (for check: no violation), 1 usage error, 2 input or
 table error (for check: at least one violation).
 )";
@@ -71,7 +73,8 @@ cli::ParsedArgs table_args(int argc, char **argv, int first, const std::string &
 }  // namespace
 
 int run_table_new(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = table_args(argc, argv, first, "new", 1, "OUT");
+    const cli::ParsedArgs args = table_args(argc, argv, first, "new", 1, "OUT", with_overwrite_options({}));
+    check_replace(args.positional[0], replace_policy(args));
     write_table(args.positional[0], default_table());
     return cli::kExitOk;
 }
@@ -110,10 +113,11 @@ int run_table_to_json(int argc, char **argv, int first) {
 }
 
 int run_table_from_json(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = table_args(argc, argv, first, "from-json", 2, "JSON OUT");
+    const cli::ParsedArgs args = table_args(argc, argv, first, "from-json", 2, "JSON OUT", with_overwrite_options({}));
     const std::string src = args.positional[0], dst = args.positional[1];
     if (src != "-" && (src == dst || same_file(src, dst)))
         cli::usage_error(dst + ": is the JSON input; choose another output name");
+    check_replace(dst, replace_policy(args));
     std::string text;
     if (src == "-") {
         std::ostringstream buf;
