@@ -299,6 +299,27 @@ bool kill_while_writing(const Sandbox &box, const std::vector<std::string> &args
     return seen;
 }
 
+TEST(VorlProcess, DriveStateThatDoesNotFitIsReportedBeforeProcessingAndFatalWithStrict) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, tone);  // 188 blocks, 1 s
+    std::string lines = "# zoom af wind\n";
+    for (int b = 0; b < 100; ++b) lines += "1 0 0\n";
+    write_bytes(box.path("drive.txt"), lines);
+
+    RunResult r = box.vorl({"process", "in.wav", "out.wav", "--drive", "drive.txt"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "drive.txt: 100 block lines, but in.wav has 188 blocks (1.00 s)")) << r.err;
+    EXPECT_LT(r.err.find("block lines"), r.err.find("in.wav -> out.wav"));  // said before the run
+
+    r = box.vorl({"process", "in.wav", "out2.wav", "--zoom-in", "0.5-2", "--wind", "3-4", "--strict"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(contains(r.err, "--zoom-in 0.5-2 reaches past the end of in.wav (1.00 s)")) << r.err;
+    EXPECT_TRUE(contains(r.err, "--wind 3-4 lies beyond the end of in.wav")) << r.err;
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--drive", "drive.txt", "--strict"}).exit_code, 2);
+    EXPECT_FALSE(file_exists(box.path("out2.wav")));
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--zoom-in", "0.5-1", "--strict"}).exit_code, 0);
+}
+
 TEST(VorlOutputs, ReplacingNeedsYesKeepsModeWritesThroughLinksAndKilledRunsLeaveNothing) {
     Sandbox box;
     write_audio(box.path("in.wav"), 2, 4800, 48000, kWav16, tone);

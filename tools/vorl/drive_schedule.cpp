@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
+#include <utility>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -68,6 +70,7 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
     if (!in) cli::input_error(path + ": cannot open drive file");
     DriveSchedule s;
     s.file_given_ = true;
+    s.file_ = path;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         const auto first = line.find_first_not_of(" \t\r");
@@ -112,6 +115,31 @@ bool DriveSchedule::has_af() const {
     for (const DriveWords &w : by_block_)
         if (w.af != 0) return true;
     return false;
+}
+
+std::vector<std::string> DriveSchedule::mismatches(int64_t frames, int rate, const std::string &audio) const {
+    std::vector<std::string> out;
+    const int64_t blocks = (frames + 255) / 256;
+    char length[64];
+    std::snprintf(length, sizeof length, "%lld blocks (%.2f s)", static_cast<long long>(blocks),
+                  static_cast<double>(frames) / rate);
+    if (file_given_ && static_cast<int64_t>(by_block_.size()) != blocks)
+        out.push_back(file_ + ": " + std::to_string(by_block_.size()) + " block lines, but " + audio + " has " +
+                      length + (static_cast<int64_t>(by_block_.size()) < blocks
+                                    ? "; the blocks past the file's end are idle"
+                                    : "; the lines past the recording's end are unused"));
+    const double duration = static_cast<double>(frames) / rate;
+    char seconds_text[32];
+    std::snprintf(seconds_text, sizeof seconds_text, "%.2f s", duration);
+    const std::pair<const char *, const std::vector<TimeRange> *> options[] = {
+        {"zoom-in", &zoom_in_}, {"zoom-out", &zoom_out_}, {"af", &af_}, {"wind", &wind_}};
+    for (const auto &[name, ranges] : options)
+        for (const TimeRange &r : *ranges)
+            if (r.end > duration)
+                out.push_back(std::string("--") + name + " " + describe(r) +
+                              (r.start >= duration ? " lies beyond the end of " : " reaches past the end of ") +
+                              audio + " (" + std::string(seconds_text) + ")");
+    return out;
 }
 
 DriveWords DriveSchedule::at(int64_t block, double rate) const {

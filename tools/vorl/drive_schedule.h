@@ -44,6 +44,11 @@ public:
     // past the end of a drive file are idle.
     DriveWords at(int64_t block, double rate) const;
 
+    // What does not fit a recording of `frames` frames at `rate` Hz called
+    // `audio`: a drive file with another number of blocks, ranges that
+    // reach past its end. One message per problem, none when all fits.
+    std::vector<std::string> mismatches(int64_t frames, int rate, const std::string &audio) const;
+
     bool uses_file() const { return file_given_; }
     // Whether any block has its autofocus word set.
     bool has_af() const;
@@ -52,6 +57,7 @@ public:
 private:
     std::vector<DriveWords> by_block_;
     bool file_given_ = false;
+    std::string file_;
     std::vector<TimeRange> zoom_in_, zoom_out_, af_, wind_;
 };
 

@@ -98,6 +98,7 @@ int run_measure(int argc, char **argv, int first) {
 
     Energy drives, outside, wind;
     const std::size_t frames = clean.size() / 2;
+    for (const auto &p : drive.mismatches(static_cast<int64_t>(frames), rates[0], args.positional[0])) cli::warn(p);
     for (std::size_t start = 0; start < frames; start += kBlock) {
         const DriveWords w = drive.at(static_cast<int64_t>(start / kBlock), rates[0]);
         Energy &e = w.driven() ? drives : outside;

@@ -89,6 +89,11 @@ Drive state (what the lens did; without any of these the file is idle):
   noise is removed only with a table that has one, e.g. a table made for
   the camera with "vorl table fit" from a take with autofocus moves.
 
+  --strict            a drive file whose length differs from IN's, or a
+                      range reaching past IN's end, is an error (exit 2,
+                      nothing written) instead of a warning given before
+                      processing starts
+
 Processing:
   --pulse             run the library's click (pulse) filter on the input
   --dc-cut            run the DC-cut high-pass (35.7 Hz at 48 kHz) on the
@@ -121,7 +126,7 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 struct Options {
     std::string in, out, table, learn, type;
     DriveSchedule drive;
-    bool pulse = false, dc_cut = false, raw = false, quiet = false;
+    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false;
     Replace replace = Replace::Ask;
 };
 
@@ -129,7 +134,7 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}})),
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
@@ -148,6 +153,7 @@ Options parse(int argc, char **argv, int first) {
     o.dc_cut = args.has("dc-cut");
     o.raw = args.has("raw") || args.has("no-align");
     o.quiet = args.has("quiet");
+    o.strict = args.has("strict");
     o.drive = drive_from_args(args);
     o.replace = replace_policy(args);
     return o;
@@ -236,6 +242,18 @@ int run_process(int argc, char **argv, int first) {
                                        : "make sure " + o.table + " is tuned for it"));
     }
 
+    // Drive state that does not fit the recording is found before any work.
+    if (in.frames() >= 0) {
+        const auto problems = o.drive.mismatches(in.frames(), rate, in.name());
+        for (std::size_t i = 0; i < problems.size(); ++i) {
+            if (o.strict && i + 1 == problems.size()) cli::input_error(problems[i] + " (--strict)");
+            if (o.strict)
+                std::fprintf(stderr, "vorl: %s\n", problems[i].c_str());
+            else if (!o.quiet)
+                cli::warn(problems[i]);
+        }
+    }
+
     const st_vorl_tbl table = o.table.empty() ? default_table() : read_table(o.table);
     const std::string table_name = o.table.empty() ? "built-in table" : o.table;
     // A damaged table is refused by the library below; others get a warning.
@@ -312,10 +330,8 @@ int run_process(int argc, char **argv, int first) {
             cli::warn(in.name() + ": " + std::to_string(in.clipped()) + " sample(s) clipped converting to 16-bit");
         if (saturated > 0)
             cli::warn(std::to_string(saturated) + " output sample(s) at full scale (the noise reducer saturates there)");
-        const int64_t input_blocks = (frames + kBlock - 1) / kBlock;
-        if (o.drive.uses_file() && static_cast<int64_t>(o.drive.file_blocks()) != input_blocks)
-            cli::warn("drive file has " + std::to_string(o.drive.file_blocks()) + " block lines, the input has " +
-                      std::to_string(input_blocks) + " blocks");
+        if (frames != in.frames())  // the length became known, or proved shorter, only now
+            for (const auto &p : o.drive.mismatches(frames, rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
         const std::string out_name = o.out == "-" ? "standard output" : o.out;
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s\n",
