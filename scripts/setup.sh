@@ -7,7 +7,7 @@ packages=(
   build-essential cmake git python3            # toolchain
   googletest libgtest-dev libgmock-dev         # unit tests
   libbenchmark-dev libfftw3-dev libkissfft-dev # benchmarks, reference FFTs
-  libsndfile1-dev nlohmann-json3-dev           # the vorl tool
+  libsndfile1-dev libsoxr-dev nlohmann-json3-dev  # the vorl tool
   clang libclang-rt-14-dev llvm                # fuzzers and sanitizers
   g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user  # 64-bit Arm
 )

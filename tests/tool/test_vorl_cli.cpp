@@ -411,17 +411,54 @@ TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     EXPECT_EQ(read_bytes(box.path("learned.tbl")), "earlier table");
 }
 
-TEST(VorlProcess, ConvertsWiderInputAndReportsClipping) {
+// libsndfile's format word, rate and length of a file.
+SF_INFO audio_info(const std::string &path) {
+    SF_INFO info{};
+    SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
+    if (f != nullptr) sf_close(f);
+    return info;
+}
+
+TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
     Sandbox box;
-    write_audio(box.path("float.wav"), 2, 4800, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT, loud_float);
-    const RunResult r = box.vorl({"process", "float.wav", "out.aiff"});
+    const int64_t frames = 44100 + 77;
+    write_audio(box.path("in.wav"), 2, frames, 44100, SF_FORMAT_WAV | SF_FORMAT_PCM_24, sweep);
+    RunResult r = box.vorl({"process", "in.wav", "out.wav"});
     ASSERT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_TRUE(contains(r.err, "reduced to 16-bit")) << r.err;
-    EXPECT_TRUE(contains(r.err, "clipped")) << r.err;
-    EXPECT_TRUE(contains(r.err, "44100 Hz")) << r.err;
-    int rate = 0;
-    EXPECT_EQ(read_audio(box.path("out.aiff"), nullptr, &rate).size(), 2u * 4800);
-    EXPECT_EQ(rate, 44100);
+    EXPECT_TRUE(contains(r.err, "resampled 44100 Hz -> 48000 Hz and back")) << r.err;
+    EXPECT_TRUE(contains(r.err, "TPDF dither")) << r.err;
+    SF_INFO info = audio_info(box.path("out.wav"));
+    EXPECT_EQ(info.samplerate, 44100);
+    EXPECT_EQ(info.frames, frames);
+    EXPECT_EQ(info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_24);
+    // Still time-aligned through both filters: the best match is at lag 0.
+    const auto in = read_audio(box.path("in.wav")), out = read_audio(box.path("out.wav"));
+    auto mismatch = [&](int lag) {
+        double e = 0;
+        for (std::size_t i = 2 * 20000; i < 2 * 40000; ++i) {
+            const double d = out[i] - in[i + 2 * static_cast<std::size_t>(lag)];
+            e += d * d;
+        }
+        return e;
+    };
+    for (int lag : {-768, -3, -1, 1, 3, 768}) EXPECT_LT(mismatch(0) * 20, mismatch(lag)) << lag;
+
+    r = box.vorl({"process", "in.wav", "as-is.flac", "--no-resample"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "44100 Hz processed as it is")) << r.err;
+    info = audio_info(box.path("as-is.flac"));
+    EXPECT_EQ(info.samplerate, 44100);
+    EXPECT_EQ(info.frames, frames);
+    EXPECT_EQ(info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_24);
+
+    // Float beyond full scale: clipped on the way in and counted; the output
+    // stays float.
+    write_audio(box.path("float.wav"), 2, 4800, 48000, SF_FORMAT_WAV | SF_FORMAT_FLOAT, loud_float);
+    r = box.vorl({"process", "float.wav", "out.aiff"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "clipped converting to 16-bit")) << r.err;
+    EXPECT_EQ(audio_info(box.path("out.aiff")).format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+    EXPECT_EQ(audio_info(box.path("out.aiff")).frames, 4800);
 }
 
 }  // namespace

@@ -59,8 +59,20 @@ std::string seconds(int64_t frames, int rate) {
 
 }  // namespace
 
+int16_t Requantizer::operator()(double v) {
+    v *= 32768.0;
+    if (std::isnan(v) || v > 32768.0 || v < -32768.0) ++clipped_;  // beyond full scale
+    if (std::isnan(v)) return 0;
+    if (dither_) {  // the difference of two uniform values, one step wide each
+        state_ ^= state_ << 13, state_ ^= state_ >> 17, state_ ^= state_ << 5;
+        v += (state_ & 0xffff) / 65536.0 - (state_ >> 16) / 65536.0;
+    }
+    const double scaled = std::nearbyint(v);
+    return static_cast<int16_t>(scaled > 32767.0 ? 32767.0 : scaled < -32768.0 ? -32768.0 : scaled);
+}
+
 AudioReader::AudioReader(const std::string &path, bool dither)
-    : name_(path == "-" ? "standard input" : path), dither_(dither) {
+    : name_(path == "-" ? "standard input" : path), to_16bit_(dither) {
     int fd = -1;
     struct stat st;
     if (path == "-") {
@@ -93,6 +105,7 @@ AudioReader::AudioReader(const std::string &path, bool dither)
         declared_ = declared_wav_frames(fd);
     else
         declared_ = frames_;
+    to_16bit_ = Requantizer(dither && is_wider_than_16bit());
 }
 
 AudioReader::~AudioReader() {
@@ -135,35 +148,24 @@ std::size_t AudioReader::read(int16_t *out, std::size_t n) {
     } else {
         wide_.resize(2 * n);
         got = sf_readf_double(sf_, wide_.data(), static_cast<sf_count_t>(n));
-        for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(std::max<sf_count_t>(got, 0)); ++i) {
-            // Full scale is 1.0; TPDF dither is the difference of two
-            // uniform values, one 16-bit step wide each.
-            double v = wide_[i] * 32768.0;
-            if (dither_ && is_wider_than_16bit()) {
-                noise_state_ ^= noise_state_ << 13, noise_state_ ^= noise_state_ >> 17, noise_state_ ^= noise_state_ << 5;
-                const double a = (noise_state_ & 0xffff) / 65536.0, b = (noise_state_ >> 16) / 65536.0;
-                v += a - b;
-            }
-            const double scaled = std::nearbyint(v);
-            // One step above 32767 is a wider format's positive full scale.
-            if (std::isnan(scaled)) {
-                ++clipped_;
-                out[i] = 0;
-            } else if (scaled > 32767.0) {
-                if (scaled > 32768.0) ++clipped_;
-                out[i] = 32767;
-            } else if (scaled < -32768.0) {
-                ++clipped_;
-                out[i] = -32768;
-            } else {
-                out[i] = static_cast<int16_t>(scaled);
-            }
-        }
+        for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(std::max<sf_count_t>(got, 0)); ++i)
+            out[i] = to_16bit_(wide_[i]);
     }
+    after_read(got);
+    return static_cast<std::size_t>(std::max<sf_count_t>(got, 0));
+}
+
+std::size_t AudioReader::read(float *out, std::size_t n) {
+    require_stereo();
+    if (!decode_error_.empty()) return 0;
+    const sf_count_t got = sf_readf_float(sf_, out, static_cast<sf_count_t>(n));
+    after_read(got);
+    return static_cast<std::size_t>(std::max<sf_count_t>(got, 0));
+}
+
+void AudioReader::after_read(int64_t got) {
     if (sf_error(sf_) != SF_ERR_NO_ERROR) decode_error_ = sf_strerror(sf_);
-    if (got < 0) got = 0;
-    frames_read_ += got;
-    return static_cast<std::size_t>(got);
+    if (got > 0) frames_read_ += got;
 }
 
 std::string AudioReader::premature_end() const {
@@ -221,6 +223,11 @@ AudioWriter::~AudioWriter() {
 
 void AudioWriter::write(const int16_t *interleaved, std::size_t frames) {
     const sf_count_t put = sf_writef_short(sf_, interleaved, static_cast<sf_count_t>(frames));
+    if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
+}
+
+void AudioWriter::write(const float *interleaved, std::size_t frames) {
+    const sf_count_t put = sf_writef_float(sf_, interleaved, static_cast<sf_count_t>(frames));
     if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
 }
 

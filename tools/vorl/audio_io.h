@@ -14,6 +14,22 @@ struct sf_private_tag;
 
 namespace vorl {
 
+// Rounds samples (full scale 1.0) to 16 bits, with TPDF dither when asked
+// (reproducible: a fixed-seed generator), saturating at full scale and
+// counting the samples that were clipped. +1.0 itself, the positive full
+// scale of wider formats, is not counted.
+class Requantizer {
+public:
+    explicit Requantizer(bool dither) : dither_(dither) {}
+    int16_t operator()(double v);
+    uint64_t clipped() const { return clipped_; }
+
+private:
+    bool dither_;
+    uint32_t state_ = 0x9e3779b9u;
+    uint64_t clipped_ = 0;
+};
+
 class AudioReader {
 public:
     // Opens `path` ("-": standard input, read to its end first when it is a
@@ -44,7 +60,9 @@ public:
     // and clipped() counts the samples that were. A decoding error ends
     // the input (reported by premature_end()).
     std::size_t read(int16_t *out, std::size_t n);
-    uint64_t clipped() const { return clipped_; }
+    uint64_t clipped() const { return to_16bit_.clipped(); }
+    // The same as floats, full scale 1.0, as stored (no rounding).
+    std::size_t read(float *out, std::size_t n);
     int64_t frames_read() const { return frames_read_; }
 
     // After the end: "premature end of file: 0.52 s of 20.00 s" (with the
@@ -58,10 +76,9 @@ private:
     sf_private_tag *sf_ = nullptr;
     int channels_ = 0, rate_ = 0, format_ = 0;
     int64_t frames_ = 0, declared_ = -1, frames_read_ = 0;
-    bool dither_ = false;
-    uint32_t noise_state_ = 0x9e3779b9u;
-    uint64_t clipped_ = 0;
+    Requantizer to_16bit_;
     std::string decode_error_;
+    void after_read(int64_t got);
     std::vector<double> wide_;
 };
 
@@ -82,6 +99,7 @@ public:
     AudioWriter &operator=(const AudioWriter &) = delete;
 
     void write(const int16_t *interleaved, std::size_t frames);
+    void write(const float *interleaved, std::size_t frames);  // full scale 1.0
     void commit();
 
 private:

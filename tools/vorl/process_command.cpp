@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include <sndfile.h>
@@ -14,9 +16,11 @@
 #include "commands.h"
 #include "drive_schedule.h"
 #include "drive_options.h"
+#include "engine_stream.h"
 #include "host_session.h"
 #include "pending_file.h"
 #include "progress.h"
+#include "resampler.h"
 #include "table_checksum.h"
 #include "table_rules.h"
 #include "table_store.h"
@@ -25,9 +29,8 @@ namespace vorl {
 
 namespace {
 
-constexpr int kBlock = VORL_BLOCK_FRAMES;
-constexpr int kDelayBlocks = VORL_DELAY_FRAMES / VORL_BLOCK_FRAMES;  // 3
 constexpr int kTunedRate = 48000;
+constexpr std::size_t kReadFrames = 16384;  // per libsndfile call
 
 const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
@@ -46,9 +49,9 @@ The noise reducer takes 16-bit samples: 24-bit, 32-bit and float input is
 reduced with TPDF dither, samples beyond full scale are clipped and
 counted, and OUT keeps the wider format where its container can hold it.
 A WAV whose header has no real length (written to a pipe) is read to its
-end; input shorter than its header says is processed and reported. The
-built-in table is tuned for 48 kHz; other rates are processed with a
-warning.
+end; input shorter than its header says is processed and reported. Tables
+are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
+noise reducer and back (libsoxr), so OUT has IN's rate and length.
 
 Tuning table:
   --table FILE        tuning table to use (default: the built-in table)
@@ -74,7 +77,8 @@ Drive state (what the lens did; without any of these the file is idle):
                       RANGES are START-END in seconds, comma-separated, and
                       the options may be repeated. Block b (frames 256b to
                       256b+255) is driven when its first frame lies in a
-                      range: START <= 256*b/rate < END. Zoom-in and zoom-out
+                      range: START <= 256*b/rate < END. Blocks are the
+                      noise reducer's: at 48 kHz when IN is resampled. Zoom-in and zoom-out
                       ranges must not overlap; ranges cannot be combined
                       with --drive.
   Timing: the drive words of block b describe input block b and are handed
@@ -95,6 +99,8 @@ Drive state (what the lens did; without any of these the file is idle):
                       processing starts
 
 Processing:
+  --no-resample       process other rates as they are (with a warning: the
+                      table's bands then lie at other frequencies)
   --pulse             run the library's click (pulse) filter on the input
   --dc-cut            run the DC-cut high-pass (35.7 Hz at 48 kHz) on the
                       input before the noise reducer
@@ -126,7 +132,7 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 struct Options {
     std::string in, out, table, learn, type;
     DriveSchedule drive;
-    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false;
+    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false;
     Replace replace = Replace::Ask;
 };
 
@@ -134,7 +140,7 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}})),
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
@@ -154,6 +160,7 @@ Options parse(int argc, char **argv, int first) {
     o.raw = args.has("raw") || args.has("no-align");
     o.quiet = args.has("quiet");
     o.strict = args.has("strict");
+    o.no_resample = args.has("no-resample");
     o.drive = drive_from_args(args);
     o.replace = replace_policy(args);
     return o;
@@ -223,6 +230,89 @@ int report_learning(const Options &o, HostSession &session) {
     return cli::kExitLearningDiscarded;
 }
 
+// Feeds IN to the engine at IN's rate; the engine writes OUT directly.
+void run_at_input_rate(AudioReader &in, EngineStream &engine, Progress &progress) {
+    std::vector<int16_t> buf(2 * kReadFrames);
+    while (const std::size_t n = in.read(buf.data(), kReadFrames)) {
+        engine.push(buf.data(), n);
+        progress.update(in.frames_read());
+    }
+}
+
+// IN at another rate: resampled to the tuned rate for the engine, and its
+// output back to IN's rate for OUT, written through `write_out`.
+class RateBridge {
+public:
+    RateBridge(int rate, bool keep_length, AudioWriter &out, bool float_out)
+        : down_(kTunedRate, rate), keep_length_(keep_length), out_(out), float_out_(float_out) {}
+
+    // The engine's sink: 16-bit frames at the tuned rate.
+    void take(const int16_t *p, std::size_t frames) {
+        as_float_.resize(2 * frames);
+        for (std::size_t i = 0; i < 2 * frames; ++i) as_float_[i] = p[i] / 32768.0f;
+        down_.push(as_float_.data(), frames, pending_);
+        flush(limit_);
+    }
+
+    // Runs IN through the engine; returns when all of OUT is written.
+    void run(AudioReader &in, EngineStream &engine, Progress &progress) {
+        Resampler up(in.sample_rate(), kTunedRate);
+        Requantizer to_16bit(true);  // resampled values lie between the steps
+        std::vector<float> buf(2 * kReadFrames), up_out;
+        std::vector<int16_t> engine_in;
+        auto feed = [&] {
+            engine_in.resize(up_out.size());
+            for (std::size_t i = 0; i < up_out.size(); ++i) engine_in[i] = to_16bit(up_out[i]);
+            engine.push(engine_in.data(), engine_in.size() / 2);
+            up_out.clear();
+        };
+        while (const std::size_t n = in.read(buf.data(), kReadFrames)) {
+            limit_ = in.frames_read();  // OUT never runs ahead of IN
+            up.push(buf.data(), n, up_out);
+            feed();
+            progress.update(in.frames_read());
+        }
+        up.finish(up_out);
+        feed();
+        engine.finish();
+        down_.finish(pending_);
+        flush(limit_);
+        if (keep_length_) {  // the filters' rounding: OUT has IN's length exactly
+            pending_.assign(2 * static_cast<std::size_t>(std::max<int64_t>(0, limit_ - written_)), 0.0f);
+            flush(limit_);
+        }
+        input_clipped_ = to_16bit.clipped();
+    }
+
+    uint64_t input_clipped() const { return input_clipped_; }  // going into the engine
+    uint64_t output_clipped() const { return out_16bit_.clipped(); }
+
+private:
+    void flush(int64_t limit) {
+        std::size_t frames = pending_.size() / 2;
+        if (keep_length_) frames = static_cast<std::size_t>(std::clamp<int64_t>(limit - written_, 0, frames));
+        if (float_out_) {
+            out_.write(pending_.data(), frames);
+        } else {
+            out16_.resize(2 * frames);
+            for (std::size_t i = 0; i < 2 * frames; ++i) out16_[i] = out_16bit_(pending_[i]);
+            out_.write(out16_.data(), frames);
+        }
+        written_ += static_cast<int64_t>(frames);
+        pending_.clear();
+    }
+
+    Resampler down_;
+    bool keep_length_;
+    AudioWriter &out_;
+    bool float_out_;
+    Requantizer out_16bit_{true};
+    std::vector<float> as_float_, pending_;
+    std::vector<int16_t> out16_;
+    int64_t limit_ = 0, written_ = 0;
+    uint64_t input_clipped_ = 0;
+};
+
 }  // namespace
 
 int run_process(int argc, char **argv, int first) {
@@ -232,19 +322,25 @@ int run_process(int argc, char **argv, int first) {
     AudioReader in(o.in, /*dither=*/true);
     in.require_stereo();
     const int rate = in.sample_rate();
+    const bool resample = rate != kTunedRate && !o.no_resample;
+    const int engine_rate = resample ? kTunedRate : rate;
     if (!o.quiet) {
         if (!in.is_16bit())
             cli::warn(in.name() + ": " + in.format_name() + " input is reduced to 16-bit for the noise reducer" +
-                      (in.is_wider_than_16bit() ? " (TPDF dither)" : ""));
-        if (rate != kTunedRate)
-            cli::warn(in.name() + ": sample rate " + std::to_string(rate) + " Hz; " +
+                      (in.is_wider_than_16bit() || resample ? " (TPDF dither)" : ""));
+        if (rate != kTunedRate && !resample)
+            cli::warn(in.name() + ": sample rate " + std::to_string(rate) + " Hz processed as it is (--no-resample); " +
                       (o.table.empty() ? "the built-in table is tuned for 48000 Hz"
                                        : "make sure " + o.table + " is tuned for it"));
     }
 
     // Drive state that does not fit the recording is found before any work.
+    // A drive file counts the engine's blocks (at 48 kHz when resampled).
+    const auto engine_frames = [&](int64_t frames) {
+        return resample ? static_cast<int64_t>(std::llround(static_cast<double>(frames) * kTunedRate / rate)) : frames;
+    };
     if (in.frames() >= 0) {
-        const auto problems = o.drive.mismatches(in.frames(), rate, in.name());
+        const auto problems = o.drive.mismatches(engine_frames(in.frames()), engine_rate, in.name());
         for (std::size_t i = 0; i < problems.size(); ++i) {
             if (o.strict && i + 1 == problems.size()) cli::input_error(problems[i] + " (--strict)");
             if (o.strict)
@@ -266,78 +362,44 @@ int run_process(int argc, char **argv, int first) {
     HostSession session(table, table_name, o.pulse);
     if (o.drive.has_af()) session.follow_autofocus_word();
 
-    AudioWriter out(o.out, rate, output_format(o, in));
-    VORLDcCutState dc;
-    VORLDcCutInit(&dc);
+    const int format = output_format(o, in);
+    AudioWriter out(o.out, rate, format);
     Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
-
-    // Many blocks per libsndfile call; the blocks of silence fed after the
-    // input's end fit behind a full chunk.
-    const int64_t skip = o.raw ? 0 : VORL_DELAY_FRAMES;  // output frames before the input's first
-    constexpr std::size_t kChunk = 64 * kBlock;
-    // `seen` holds what the engine was given, VORL_DELAY_FRAMES behind the
-    // current chunk: output frame k of a chunk comes from seen frame k.
-    std::vector<int16_t> seen(2 * (VORL_DELAY_FRAMES + kChunk + kDelayBlocks * kBlock));
-    int16_t *const block_in = seen.data() + 2 * VORL_DELAY_FRAMES;
-    std::vector<int16_t> block_out(seen.size() - 2 * VORL_DELAY_FRAMES);
-    int64_t blocks = 0, produced = 0, frames = 0;
-    uint64_t saturated = 0;
-    for (bool at_end = false; !at_end;) {
-        std::size_t got = 0;
-        while (got < kChunk) {
-            const std::size_t n = in.read(block_in + 2 * got, kChunk - got);
-            if (n == 0) break;
-            got += n;
-        }
-        at_end = got < kChunk;
-        frames += static_cast<int64_t>(got);
-        std::size_t chunk_blocks = (got + kBlock - 1) / kBlock;
-        if (at_end && frames == 0) cli::input_error(in.name() + ": holds no audio samples");
-        if (at_end && !o.raw) chunk_blocks += kDelayBlocks;
-        std::fill(block_in + 2 * got, block_in + 2 * chunk_blocks * kBlock, int16_t{0});
-        for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks) {
-            int16_t *bi = block_in + 2 * k * kBlock;
-            if (o.dc_cut) VORLDcCutProc(bi, &dc, kBlock);
-            session.process(bi, block_out.data() + 2 * k * kBlock, o.drive.at(blocks, rate));
-        }
-        // Output frame `produced + i` is input frame `produced + i - skip`;
-        // --raw keeps every frame of the whole blocks.
-        const int64_t span = static_cast<int64_t>(chunk_blocks) * kBlock;
-        const int64_t from = std::max<int64_t>(0, skip - produced);
-        const int64_t upto = o.raw ? span : std::min<int64_t>(span, skip + frames - produced);
-        if (upto > from) {
-            // At full scale where the input was not: the engine saturated.
-            for (int64_t i = 2 * from; i < 2 * upto; ++i) {
-                const int16_t v = block_out[static_cast<std::size_t>(i)], was = seen[static_cast<std::size_t>(i)];
-                saturated += (v == 32767 || v == -32768) && v != was;
-            }
-            out.write(block_out.data() + 2 * from, static_cast<std::size_t>(upto - from));
-        }
-        std::copy(seen.begin() + 2 * span, seen.begin() + 2 * (span + VORL_DELAY_FRAMES), seen.begin());
-        produced += span;
-        progress.update(std::min(blocks * kBlock, frames));
-    }
+    std::unique_ptr<RateBridge> bridge;
+    if (resample) bridge = std::make_unique<RateBridge>(rate, !o.raw, out, (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
+    EngineStream engine(session, o.drive, engine_rate, o.dc_cut, o.raw,
+                        [&](const int16_t *p, std::size_t n) { bridge ? bridge->take(p, n) : out.write(p, n); });
+    if (bridge)
+        bridge->run(in, engine, progress);
+    else
+        run_at_input_rate(in, engine, progress);
+    if (in.frames_read() == 0) cli::input_error(in.name() + ": holds no audio samples");
+    if (!bridge) engine.finish();
     progress.finish();
     out.commit();
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    const int64_t frames = in.frames_read();
     const uint32_t updates = session.learn_count();
     const std::string premature = in.premature_end();
     if (!premature.empty()) cli::warn(in.name() + ": " + premature);
     if (!o.quiet) {
-        if (in.clipped() > 0)
-            cli::warn(in.name() + ": " + std::to_string(in.clipped()) + " sample(s) clipped converting to 16-bit");
-        if (saturated > 0)
-            cli::warn(std::to_string(saturated) + " output sample(s) at full scale (the noise reducer saturates there)");
+        const uint64_t clipped = in.clipped() + (bridge ? bridge->input_clipped() : 0);
+        if (clipped > 0) cli::warn(in.name() + ": " + std::to_string(clipped) + " sample(s) clipped converting to 16-bit");
+        if (engine.saturated() > 0)
+            cli::warn(std::to_string(engine.saturated()) +
+                      " output sample(s) at full scale where the input was not (the noise reducer saturates there)");
+        if (bridge && bridge->output_clipped() > 0)
+            cli::warn(std::to_string(bridge->output_clipped()) + " output sample(s) clipped after resampling back");
         if (frames != in.frames())  // the length became known, or proved shorter, only now
-            for (const auto &p : o.drive.mismatches(frames, rate, in.name())) cli::warn(p);
+            for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
         const std::string out_name = o.out == "-" ? "standard output" : o.out;
-        std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s\n",
-                     o.in == "-" ? "standard input" : o.in.c_str(), out_name.c_str(), duration,
-                     static_cast<long long>(blocks), seconds > 0 ? duration / seconds : 0.0, updates,
-                     updates == 1 ? "" : "s");
+        std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
+                     in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
+                     seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s",
+                     resample ? (", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back").c_str() : "");
     }
     return o.learn.empty() ? cli::kExitOk : report_learning(o, session);
 }

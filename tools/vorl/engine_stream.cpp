@@ -1,0 +1,61 @@
+#include "engine_stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vorl {
+
+namespace {
+constexpr std::size_t kBlock = VORL_BLOCK_FRAMES;
+constexpr std::size_t kDelay = VORL_DELAY_FRAMES;  // three blocks
+constexpr std::size_t kChunk = 64 * kBlock;
+}  // namespace
+
+EngineStream::EngineStream(HostSession &session, const DriveSchedule &drive, int rate, bool dc_cut, bool raw,
+                           Sink sink)
+    : session_(session), drive_(drive), rate_(rate), dc_cut_(dc_cut), raw_(raw), sink_(std::move(sink)),
+      // room for the blocks of silence behind a full chunk
+      seen_(2 * (kDelay + kChunk + kDelay)), out_(2 * (kChunk + kDelay)) {
+    VORLDcCutInit(&dc_);
+}
+
+void EngineStream::push(const int16_t *in, std::size_t frames) {
+    while (frames > 0) {
+        const std::size_t n = std::min(frames, kChunk - filled_);
+        std::memcpy(seen_.data() + 2 * (kDelay + filled_), in, 2 * n * sizeof(int16_t));
+        filled_ += n;
+        frames_ += static_cast<int64_t>(n);
+        in += 2 * n;
+        frames -= n;
+        if (filled_ == kChunk) run_chunk(false);
+    }
+}
+
+void EngineStream::finish() { run_chunk(true); }
+
+void EngineStream::run_chunk(bool at_end) {
+    int16_t *const chunk_in = seen_.data() + 2 * kDelay;
+    std::size_t chunk_blocks = (filled_ + kBlock - 1) / kBlock;
+    if (at_end && !raw_) chunk_blocks += kDelay / kBlock;
+    std::fill(chunk_in + 2 * filled_, chunk_in + 2 * chunk_blocks * kBlock, int16_t{0});
+    for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks_) {
+        int16_t *block = chunk_in + 2 * k * kBlock;
+        if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);
+        session_.process(block, out_.data() + 2 * k * kBlock, drive_.at(blocks_, rate_));
+    }
+    // Output frame `produced_ + i` is input frame `produced_ + i - skip`.
+    const int64_t skip = raw_ ? 0 : static_cast<int64_t>(kDelay);
+    const int64_t span = static_cast<int64_t>(chunk_blocks * kBlock);
+    const int64_t from = std::max<int64_t>(0, skip - produced_);
+    const int64_t upto = raw_ ? span : std::min<int64_t>(span, skip + frames_ - produced_);
+    for (int64_t i = 2 * from; i < 2 * upto; ++i) {
+        const int16_t v = out_[static_cast<std::size_t>(i)], was = seen_[static_cast<std::size_t>(i)];
+        saturated_ += (v == 32767 || v == -32768) && v != was;
+    }
+    if (upto > from) sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));
+    std::copy(seen_.begin() + 2 * span, seen_.begin() + 2 * (span + static_cast<int64_t>(kDelay)), seen_.begin());
+    produced_ += span;
+    filled_ = 0;
+}
+
+}  // namespace vorl
