@@ -67,6 +67,14 @@ TEST(TableRules, EachBrokenRuleIsNamed) {
         {"tbl_x[4]", [](st_vorl_tbl &t) { t.st_vorlc.tbl_x[4] = t.st_vorlc.tbl_x[3] * 2.0f + 1.0f; }},
         {"zspec_comp_coef_f_LR_d[1][0]", [](st_vorl_tbl &t) { t.st_vorl.zspec_comp_coef_f_LR_d[1][0] = 0.0f; }},
         {"zspec_comp_coef_f_LR_d[0][30]", [](st_vorl_tbl &t) { t.st_vorl.zspec_comp_coef_f_LR_d[0][30] = 100.0f; }},
+        // Rebuilt curves: the equaliser climbs past +24 dB within group 40,
+        // a template rises beyond the division table's top power.
+        {"eq_gain", [](st_vorl_tbl &t) { t.st_vorl.eq_gain[40] = 4.0f; }},
+        {"back_ground_noise[2][1]", [](st_vorl_tbl &t) { t.st_vorl.back_ground_noise[2][1][0] = 1e6f; }},
+        {"back_ground_noise[0][0]", [](st_vorl_tbl &t) { t.st_vorl.back_ground_noise[0][0][5] = -1e-3f; }},
+        {"over_est_af", [](st_vorl_tbl &t) { t.st_vorl.over_est_af = 20.0f; }},
+        {"val_x[2]", [](st_vorl_tbl &t) { t.st_vorlc.val_x[2] = -1.0f; }},
+        {"zspec_comp_min_floor_value", [](st_vorl_tbl &t) { t.st_vorl.zspec_comp_min_floor_value = 9.0f; }},
     };
     for (const Case &c : cases) {
         st_vorl_tbl t = reference_table();

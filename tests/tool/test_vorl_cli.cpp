@@ -57,13 +57,28 @@ TEST(VorlTable, CheckPassesTheDefaultAndNamesEachBrokenField) {
     replace("\"nz_block_counter\": 32", "\"nz_block_counter\": 0");
     replace("\"zspec_comp_case1_ep\": 48", "\"zspec_comp_case1_ep\": 49");
     replace("\"over_est\": 2", "\"over_est\": \"nan\"");
+    replace("\"eq_gain\": [\n      1, 0,", "\"eq_gain\": [\n      1, -0.5,");  // below 0 from bin 3
     write_bytes(box.path("broken.json"), json);
-    ASSERT_EQ(box.vorl({"table", "from-json", "broken.json", "broken.tbl"}).exit_code, 0);
+    // Refused by from-json (each rule named) and by process, unless --force.
+    const RunResult refused = box.vorl({"table", "from-json", "broken.json", "broken.tbl"});
+    EXPECT_EQ(refused.exit_code, 2);
+    EXPECT_TRUE(contains(refused.err, "broken.json: eq_gain: equaliser gain -0.5 at bin 3 outside 0..16"))
+        << refused.err;
+    EXPECT_TRUE(contains(refused.err, "--force")) << refused.err;
+    EXPECT_FALSE(file_exists(box.path("broken.tbl")));
+    ASSERT_EQ(box.vorl({"table", "from-json", "broken.json", "broken.tbl", "--force"}).exit_code, 0);
     const RunResult check = box.vorl({"table", "check", "broken.tbl"});
     EXPECT_EQ(check.exit_code, 2);
     EXPECT_TRUE(contains(check.out, "broken.tbl: nz_block_counter: ")) << check.out;
     EXPECT_TRUE(contains(check.out, "zspec_comp_case1_ep: ")) << check.out;
     EXPECT_TRUE(contains(check.out, "over_est: not a finite number")) << check.out;
+    EXPECT_TRUE(contains(check.out, "eq_gain: equaliser gain -0.5 at bin 3 outside 0..16")) << check.out;
+    write_audio(box.path("in.wav"), 2, 4800, 48000, kWav16, tone);
+    const RunResult process = box.vorl({"process", "in.wav", "out.wav", "--table", "broken.tbl"});
+    EXPECT_EQ(process.exit_code, 2);
+    EXPECT_TRUE(contains(process.err, "broken.tbl: breaks 4 table rules")) << process.err;
+    EXPECT_FALSE(file_exists(box.path("out.wav")));
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--table", "broken.tbl", "--force"}).exit_code, 0);
 
     // A damaged file: the checksum no longer matches.
     std::string bytes = read_bytes(box.path("default.tbl"));
@@ -393,8 +408,9 @@ TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     const std::string from = "\"tolerance_range_zspec_max\": 1.05";
     json.replace(json.find(from), from.size(), "\"tolerance_range_zspec_max\": 0.01");
     write_bytes(box.path("strict.json"), json);
-    ASSERT_EQ(box.vorl({"table", "from-json", "strict.json", "strict.tbl"}).exit_code, 0);
-    const RunResult r = box.vorl({"process", "in.wav", "out.wav", "--table", "strict.tbl", "--learn", "learned.tbl", "-q"});
+    ASSERT_EQ(box.vorl({"table", "from-json", "strict.json", "strict.tbl", "--force"}).exit_code, 0);
+    const RunResult r =
+        box.vorl({"process", "in.wav", "out.wav", "--table", "strict.tbl", "--force", "--learn", "learned.tbl", "-q"});
     EXPECT_EQ(r.exit_code, 3) << r.err;
     EXPECT_TRUE(contains(r.err, "learning discarded")) << r.err;
     // Band 1 is bins 1-2; the limit is the maximum 8 times the tolerance 0.01.
@@ -405,7 +421,7 @@ TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     EXPECT_TRUE(file_exists(box.path("out.wav")));
     // An existing table is left as it was.
     write_bytes(box.path("learned.tbl"), "earlier table");
-    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--table", "strict.tbl", "--learn", "learned.tbl", "-y"})
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out2.wav", "--table", "strict.tbl", "--force", "--learn", "learned.tbl", "-y"})
                   .exit_code,
               3);
     EXPECT_EQ(read_bytes(box.path("learned.tbl")), "earlier table");

@@ -124,6 +124,61 @@ void check_weights(const st_vorl &p, const st_vorlc &pc, Checker &c) {
                                       num(pc.tbl_x[m]) + ")");
 }
 
+// A curve stored as per-bin increments over 65 groups of four bins (bin 0
+// alone), rebuilt bin by bin the way the core sums it.
+template <typename Visit>
+void rebuild_group_curve(const float *groups, Visit visit) {
+    float v = groups[0];
+    for (int i = 0; i < 256; ++i) {
+        if (i > 0) v = v + groups[(i + 3) / 4];
+        visit(i, v);
+    }
+}
+
+constexpr float kMaxGain = 16.0f;  // +24 dB: beyond it a table is a typo, not a tuning
+
+// The equaliser's gain over frequency stays within 0..16 (below 0 the core
+// mutes the bin); each background template stays between 0 and the largest
+// power the division table serves, S[0] (its reciprocal is meaningless
+// above); gains and over-estimation factors lie in 0..16; the coefficient
+// floors are ordered and positive.
+void check_bounds(const st_vorl &p, const st_vorlc &pc, Checker &c) {
+    auto first_bad = [&](const std::string &where, const float *groups, float lo, float hi, const char *what) {
+        bool reported = false;
+        rebuild_group_curve(groups, [&](int bin, float v) {
+            if (reported || !std::isfinite(v) || (v >= lo && v <= hi)) return;
+            reported = true;
+            c.add(where, std::string(what) + " " + num(v) + " at bin " + std::to_string(bin) + " outside " + num(lo) +
+                             ".." + num(hi));
+        });
+    };
+    first_bad("eq_gain", p.eq_gain, 0.0f, kMaxGain, "equaliser gain");
+    static const char *const kTemplate[3] = {"AF", "WT", "TW"};
+    for (int t = 0; t < 3; ++t)
+        for (int ch = 0; ch < 2; ++ch)
+            first_bad("back_ground_noise[" + std::to_string(t) + "][" + std::to_string(ch) + "]",
+                      p.back_ground_noise[t][ch], 0.0f, p.div_search_tbl_f[0],
+                      (std::string("background template ") + kTemplate[t]).c_str());
+    auto gain = [&](const std::string &name, float v) {
+        if (std::isfinite(v) && (v < 0.0f || v > kMaxGain)) c.add(name, "must lie in 0..16, found " + num(v));
+    };
+    gain("over_est", p.over_est);
+    gain("over_est_af", p.over_est_af);
+    gain("est_noise_bias_z_max", p.est_noise_bias_z_max);
+    gain("est_noise_bias_z_nor", p.est_noise_bias_z_nor);
+    gain("est_noise_bias_z_min", p.est_noise_bias_z_min);
+    gain("est_noise_bias_nz_max", p.est_noise_bias_nz_max);
+    gain("est_noise_bias_nz_nor", p.est_noise_bias_nz_nor);
+    gain("est_noise_bias_nz_min", p.est_noise_bias_nz_min);
+    gain("wind_nr_proc_bias", p.wind_nr_proc_bias);
+    for (int m = 0; m < 8; ++m) gain(at("val_x", m), pc.val_x[m]);
+    if (!(p.zspec_comp_min_floor_value > 0.0f))
+        c.add("zspec_comp_min_floor_value", "coefficient floor must be positive, found " + num(p.zspec_comp_min_floor_value));
+    else if (p.zspec_comp_min_floor_value > p.zspec_comp_max_floor_value)
+        c.add("zspec_comp_min_floor_value", "lower coefficient floor " + num(p.zspec_comp_min_floor_value) +
+                                                " above zspec_comp_max_floor_value " + num(p.zspec_comp_max_floor_value));
+}
+
 }  // namespace
 
 std::vector<CurveFault> learned_curve_faults(const st_vorl &p) {
@@ -192,6 +247,7 @@ std::vector<Violation> check_table_rules(const st_vorl_tbl &t) {
     check_division_table(t.st_vorl, c);
     check_counters(t.st_vorl, t.st_vorlc, c);
     check_weights(t.st_vorl, t.st_vorlc, c);
+    check_bounds(t.st_vorl, t.st_vorlc, c);
     for (Violation &v : check_learned_curve(t.st_vorl)) out.push_back(std::move(v));
     return out;
 }

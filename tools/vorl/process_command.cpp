@@ -54,7 +54,11 @@ are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
 noise reducer and back (libsoxr), so OUT has IN's rate and length.
 
 Tuning table:
-  --table FILE        tuning table to use (default: the built-in table)
+  --table FILE        tuning table to use (default: the built-in table); a
+                      table that breaks a rule of "vorl table check" is
+                      refused (exit 2, nothing written)
+  --force             use such a table anyway (a damaged checksum or a
+                      wrong version is still refused by the library)
   --learn OUT_TABLE   after the run, save the table with the zoom-noise
                       coefficients learned from this recording to OUT_TABLE
                       when they pass the library's plausibility check. If
@@ -132,7 +136,7 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 struct Options {
     std::string in, out, table, learn, type;
     DriveSchedule drive;
-    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false;
+    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false, force = false;
     Replace replace = Replace::Ask;
 };
 
@@ -140,7 +144,7 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}})),
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
@@ -161,6 +165,7 @@ Options parse(int argc, char **argv, int first) {
     o.quiet = args.has("quiet");
     o.strict = args.has("strict");
     o.no_resample = args.has("no-resample");
+    o.force = args.has("force");
     o.drive = drive_from_args(args);
     o.replace = replace_policy(args);
     return o;
@@ -352,12 +357,17 @@ int run_process(int argc, char **argv, int first) {
 
     const st_vorl_tbl table = o.table.empty() ? default_table() : read_table(o.table);
     const std::string table_name = o.table.empty() ? "built-in table" : o.table;
-    // A damaged table is refused by the library below; others get a warning.
-    if (!o.quiet && !o.table.empty() && tablekit::checksum(table) == table.check_sum) {
+    // A table that breaks a rule is refused before any output exists; a
+    // damaged one (wrong checksum) the library refuses even with --force.
+    if (!o.table.empty()) {
         const auto broken = tablekit::check_table_rules(table);
-        if (!broken.empty())
-            cli::warn(o.table + ": breaks " + std::to_string(broken.size()) +
-                      " table rule(s), results may be meaningless (see: vorl table check " + o.table + ")");
+        if (!broken.empty()) {
+            const std::string what = o.table + ": breaks " + std::to_string(broken.size()) + " table rule" +
+                                     (broken.size() == 1 ? "" : "s") + ", first " + broken.front().where + ": " +
+                                     broken.front().problem + " (see: vorl table check " + o.table + ")";
+            if (!o.force) cli::input_error(what + "; --force uses it anyway");
+            if (!o.quiet) cli::warn(what);
+        }
     }
     HostSession session(table, table_name, o.pulse);
     if (o.drive.has_af()) session.follow_autofocus_word();

@@ -27,7 +27,9 @@ const char kTableHelp[] = R"(usage: vorl table COMMAND ...
                                   violation, naming the field and index
   vorl table to-json FILE         print the table as JSON on standard output
   vorl table from-json JSON OUT   build a table from JSON ("-" reads standard
-                                  input); the checksum is computed
+                                  input); the checksum is computed. A table
+                                  that breaks a rule of "check" is refused
+                                  (each violation listed) unless --force
 
 Rules checked by "check": band nodes (zspec_comp_base_bin) strictly
 increasing and ending at bin 255; fit-point ranges start < end <= 48;
@@ -37,7 +39,12 @@ inside the Newton step's convergence range, D[j] < 2/S[j] (the interval's
 upper end, where 2/x is smallest); block counters positive; every float
 finite; smoothing weights within 0..1; level thresholds tbl_x not
 increasing; the stored zoom-noise curve inside the bounds the library's
-save-time plausibility check uses.
+save-time plausibility check uses; the equaliser's gain over frequency
+within 0..16 (+24 dB) and each background template between 0 and the
+division table's top threshold S[0] (both rebuilt bin by bin from their
+increments); over-estimation factors, noise-estimate biases, the wind bias
+and val_x within 0..16; the suppression floor nr_floor_coef within 0..1 and
+the coefficient floors positive and ordered (min <= max).
 
 JSON: every field by its name, arrays as (nested) arrays, in file order.
 Floats are written with the fewest digits (at most 9) that give back the
@@ -113,7 +120,8 @@ int run_table_to_json(int argc, char **argv, int first) {
 }
 
 int run_table_from_json(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = table_args(argc, argv, first, "from-json", 2, "JSON OUT", with_overwrite_options({}));
+    const cli::ParsedArgs args =
+        table_args(argc, argv, first, "from-json", 2, "JSON OUT", with_overwrite_options({{"force"}}));
     const std::string src = args.positional[0], dst = args.positional[1];
     if (src != "-" && (src == dst || same_file(src, dst)))
         cli::usage_error(dst + ": is the JSON input; choose another output name");
@@ -131,6 +139,14 @@ int run_table_from_json(int argc, char **argv, int first) {
         t = tablekit::table_from_json(text);
     } catch (const tablekit::JsonError &e) {
         cli::input_error((src == "-" ? std::string("standard input") : src) + ": " + e.what());
+    }
+    const auto violations = tablekit::check_table_rules(t);
+    if (!violations.empty()) {
+        const std::string name = src == "-" ? "standard input" : src;
+        for (const auto &v : violations) std::fprintf(stderr, "vorl: %s: %s: %s\n", name.c_str(), v.where.c_str(), v.problem.c_str());
+        if (!args.has("force"))
+            cli::input_error(name + ": breaks " + std::to_string(violations.size()) + " table rule" +
+                             (violations.size() == 1 ? "" : "s") + "; " + dst + " not written (--force writes it)");
     }
     write_table(dst, t);
     return cli::kExitOk;
