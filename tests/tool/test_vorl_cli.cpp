@@ -156,6 +156,7 @@ TEST(VorlProcess, NeverWritesOverItsInputEvenThroughAnotherPath) {
         EXPECT_EQ(r.exit_code, 1) << out;
         EXPECT_TRUE(contains(r.err, "is the input file")) << r.err;
     }
+    EXPECT_EQ(box.shell("$VORL process - in.wav -y < in.wav").exit_code, 1);  // IN as standard input
     EXPECT_EQ(read_bytes(box.path("in.wav")), before);
 }
 

@@ -315,7 +315,7 @@ std::string system_temp_dir() {
 
 bool same_file(const std::string &a, const std::string &b) {
     struct stat sa, sb;
-    if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return false;
+    if ((a == "-" ? fstat(STDIN_FILENO, &sa) : stat(a.c_str(), &sa)) != 0 || stat(b.c_str(), &sb) != 0) return false;
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 

@@ -83,7 +83,8 @@ private:
 std::string system_temp_dir();
 
 // True when both paths name one existing file (same device and inode), so
-// that a different spelling of a path cannot sneak past a comparison.
+// that a different spelling of a path cannot sneak past a comparison. "-"
+// as `a` stands for what standard input reads.
 bool same_file(const std::string &a, const std::string &b);
 
 bool file_exists(const std::string &path);

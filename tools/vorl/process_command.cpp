@@ -173,7 +173,7 @@ Options parse(int argc, char **argv, int first) {
 
 // Refuses any run that would write over one of its own inputs.
 void check_paths(const Options &o) {
-    if (o.in != "-" && (o.in == o.out || same_file(o.in, o.out)))
+    if ((o.in != "-" && o.in == o.out) || same_file(o.in, o.out))
         cli::usage_error(o.out + ": is the input file; choose another output name (IN is never overwritten)");
     if (!o.table.empty() && (o.out == o.table || same_file(o.out, o.table)))
         cli::usage_error(o.out + ": is the tuning table given with --table; choose another output name");
