@@ -82,9 +82,9 @@ Drive state (what the lens did; without any of these the file is idle):
                       the options may be repeated. Block b (frames 256b to
                       256b+255) is driven when its first frame lies in a
                       range: START <= 256*b/rate < END. Blocks are the
-                      noise reducer's: at 48 kHz when IN is resampled. Zoom-in and zoom-out
-                      ranges must not overlap; ranges cannot be combined
-                      with --drive.
+                      noise reducer's: at 48 kHz when IN is resampled.
+                      Zoom-in and zoom-out ranges must not overlap; ranges
+                      cannot be combined with --drive.
   Timing: the drive words of block b describe input block b and are handed
   to the library together with that block. The library analyses the audio
   768 frames behind its input, so block b's words take effect while it
