@@ -2,12 +2,9 @@
 // words cover the motors' sound, and the evaluation measures what it says.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "evaluate.h"
 #include "scene.h"
-#include "table_json.h"
+#include "table_store.h"
 
 namespace scenekit {
 namespace {
@@ -77,10 +74,7 @@ TEST(SceneKit, PartsAddUpAndWordsCoverTheNoise) {
 // rest (a misaligned output would show as distortion outside drives), and
 // the oracle, which knows the noise, does better.
 TEST(SceneKit, EvaluationOfTheBuiltInTable) {
-    std::ifstream in(VORL_DEFAULT_TABLE_JSON);
-    std::stringstream text;
-    text << in.rdbuf();
-    const st_vorl_tbl table = vorl::tablekit::table_from_json(text.str());
+    const st_vorl_tbl table = vorl::default_table();
     const Scene s = make_scene({SceneType::music, 1, 3}, 10.0);
     const SceneResult r = evaluate(s, table, s.words);
     EXPECT_GT(r.library.drives.attenuation_db(), 6.0);

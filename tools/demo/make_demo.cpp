@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "drive_schedule.h"
 #include "scene_files.h"
 #include "signals.h"
 
@@ -58,24 +59,20 @@ std::vector<sk::DriveWords> drive_words(const Take &take, std::size_t frames) {
 }
 
 // Adds the take's drive and wind noise to the scene and writes the files.
-bool write_take(const std::string &dir, const std::string &name, const Take &take, const Signal &scene,
+void write_take(const std::string &dir, const std::string &name, const Take &take, const Signal &scene,
                 const sk::MotorPath paths[2], sk::Random &rng, const char *clean_name) {
     const std::size_t frames = scene.size();
     const Signal scene_r = sk::fractional_delay(scene, kFarFieldDelay);
     Signal l = scene, r = scene_r;
     for (const Drive &d : take.drives)
         sk::add_motor(l, r, paths, first_frame_at(d.start), first_frame_at(d.end),
-                        sk::MotorSound{d.zoom == 1 ? kZoomInSpeed : kZoomOutSpeed}, rng);
+                      sk::MotorSound{d.zoom == 1 ? kZoomInSpeed : kZoomOutSpeed}, rng);
     if (take.wind_end > take.wind_start)
         sk::add_wind(l, r, first_frame_at(take.wind_start), first_frame_at(take.wind_end), rng);
-    if (clean_name != nullptr && !sk::write_wav(dir + "/" + clean_name + ".wav", sk::to_pcm16(scene, scene_r))) return false;
+    if (clean_name != nullptr) sk::write_wav(dir + "/" + clean_name + ".wav", sk::to_pcm16(scene, scene_r));
     const std::string drive = dir + "/" + (name == "noisy" ? std::string("drive") : name + "-drive") + ".txt";
-    if (!sk::write_wav(dir + "/" + name + ".wav", sk::to_pcm16(l, r)) ||
-        !sk::write_drive_file(drive, drive_words(take, frames))) {
-        std::fprintf(stderr, "%s: cannot write the %s files\n", dir.c_str(), name.c_str());
-        return false;
-    }
-    return true;
+    sk::write_wav(dir + "/" + name + ".wav", sk::to_pcm16(l, r));
+    vorl::write_drive_file(drive, drive_words(take, frames));
 }
 
 }  // namespace
@@ -94,11 +91,10 @@ int main(int argc, char **argv) {
 
     sk::Random rng(2021);
     const auto frames = static_cast<std::size_t>(kScene.seconds * sk::kRate);
-    if (!write_take(dir, "noisy", kScene, sk::far_field(frames, rng), paths, rng, "clean")) return 1;
+    write_take(dir, "noisy", kScene, sk::far_field(frames, rng), paths, rng, "clean");
 
     sk::Random quiet_rng(11);  // a quiet room: room tone only
     const auto cal_frames = static_cast<std::size_t>(kCalibration.seconds * sk::kRate);
-    if (!write_take(dir, "calibration", kCalibration, sk::room_tone(cal_frames, quiet_rng), paths, quiet_rng, nullptr))
-        return 1;
+    write_take(dir, "calibration", kCalibration, sk::room_tone(cal_frames, quiet_rng), paths, quiet_rng, nullptr);
     return 0;
 }

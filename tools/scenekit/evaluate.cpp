@@ -3,9 +3,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <stdexcept>
-#include <unistd.h>
 
+#include "host_session.h"
 #include "signals.h"
 
 namespace scenekit {
@@ -13,26 +12,6 @@ namespace scenekit {
 namespace {
 
 constexpr std::size_t kFrame = 2 * kBlock;
-
-// The library reads its table from a file and may rewrite it at the end of
-// a run; each run gets its own temporary copy, removed when done.
-class TableFile {
-public:
-    explicit TableFile(const st_vorl_tbl &table) {
-        const char *dir = std::getenv("TMPDIR");
-        path_ = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/vorl-eval-XXXXXX";
-        const int fd = mkstemp(path_.data());
-        if (fd < 0) throw std::runtime_error(path_ + ": cannot create a temporary table file");
-        const bool ok = write(fd, &table, sizeof table) == static_cast<ssize_t>(sizeof table);
-        close(fd);
-        if (!ok) throw std::runtime_error(path_ + ": cannot write the temporary table file");
-    }
-    ~TableFile() { unlink(path_.c_str()); }
-    const char *path() const { return path_.c_str(); }
-
-private:
-    std::string path_;
-};
 
 // Forward transform of one windowed 512-sample frame of channel c, frame f
 // covering frames 256(f-1) .. 256(f+1)-1 (zero outside the recording).
@@ -53,31 +32,22 @@ double bin_power(const float *buf, std::size_t k) {
 }  // namespace
 
 Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words) {
-    const TableFile file(table);
-    VORLResource res{};
-    VORLGetResourceSize(&res);
-    std::vector<uint64_t> work((res.resource_size + 7) / 8);
-    res.p_work = work.data();
-    res.p_tbl_path = file.path();
-    VORLGetResourceInfo(&res);
-    VORLInitialize(&res);
-    if (VORLPreProcess(&res) != VORL_OK) throw std::runtime_error("the library refused the tuning table");
-
+    vorl::HostSession session(table, "evaluated table");
+    for (const DriveWords &w : words)
+        if (w.af != 0) {
+            session.follow_autofocus_word();
+            break;
+        }
     const std::size_t frames = in.size() / 2, delay = VORL_DELAY_FRAMES;
     const std::size_t blocks = (frames + kBlock - 1) / kBlock + delay / kBlock;
     Pcm out(in.size());
+    int16_t block_in[2 * kBlock], block_out[2 * kBlock];
     for (std::size_t b = 0; b < blocks; ++b) {
-        const DriveWords w = b < words.size() ? words[b] : DriveWords{};
-        VORLSetDriveState(&res, w.zoom, w.af, w.wind);
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            const std::size_t n = b * kBlock + i;
-            res.p_in_ch0[i] = n < frames ? in[2 * n] : 0;
-            res.p_in_ch1[i] = n < frames ? in[2 * n + 1] : 0;
-        }
-        VORLEnterLibrary(&res);
+        for (std::size_t i = 0; i < 2 * kBlock; ++i) block_in[i] = 2 * b * kBlock + i < in.size() ? in[2 * b * kBlock + i] : 0;
+        session.process(block_in, block_out, b < words.size() ? words[b] : DriveWords{});
         for (std::size_t i = 0; i < kBlock; ++i) {  // output frame b*256+i is input frame b*256+i-768
             const std::size_t n = b * kBlock + i;
-            if (n >= delay && n - delay < frames) std::memcpy(&out[2 * (n - delay)], &res.p_out[2 * i], 2 * sizeof(int16_t));
+            if (n >= delay && n - delay < frames) std::memcpy(&out[2 * (n - delay)], &block_out[2 * i], 2 * sizeof(int16_t));
         }
     }
     return out;
@@ -131,8 +101,8 @@ SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::ve
     const Pcm processed = run_library(table, scene.noisy, words);
     const Pcm ideal = oracle(scene, scene.words);
     auto truth = [&](std::size_t b) { return b < scene.words.size() ? scene.words[b] : DriveWords{}; };
-    return {measure_drives(scene.clean.data(), scene.noisy.data(), processed.data(), scene.frames(), truth),
-            measure_drives(scene.clean.data(), scene.noisy.data(), ideal.data(), scene.frames(), truth)};
+    return {vorl::measure_drives(scene.clean.data(), scene.noisy.data(), processed.data(), scene.frames(), truth),
+            vorl::measure_drives(scene.clean.data(), scene.noisy.data(), ideal.data(), scene.frames(), truth)};
 }
 
 }  // namespace scenekit

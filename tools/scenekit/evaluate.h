@@ -12,10 +12,10 @@
 
 namespace scenekit {
 
-// One library instance per call on a private copy of `table`; `words[b]`
-// goes with input block b (blocks past the end are idle). Returns the
-// output time-aligned with `in`, of its length. Throws std::runtime_error if
-// the library refuses the table.
+// One library instance per call (the tool's host session, autofocus words
+// switching the "AF" template when any is set, as in "vorl process");
+// `words[b]` goes with input block b (blocks past the end are idle).
+// Returns the output time-aligned with `in`, of its length.
 Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words);
 
 // The oracle: per channel and bin the Wiener gain |S|^2 / (|S|^2 + |N|^2) of
@@ -23,6 +23,9 @@ Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<Drive
 // (512-point sine-window frames, hop 256), applied to the noisy frames that
 // overlap a driven block of `words`, overlap-added; other frames pass.
 Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words);
+
+using vorl::DriveMeasure;
+using vorl::EnergySums;
 
 struct SceneResult {
     DriveMeasure library, oracle;

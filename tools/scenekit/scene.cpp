@@ -71,15 +71,6 @@ std::vector<Span> wind_schedule(std::size_t frames, Random &rng) {
     return spans;
 }
 
-Pcm interleave(const Stereo &s, double gain) {
-    Pcm out(2 * s.left.size());
-    for (std::size_t n = 0; n < s.left.size(); ++n) {
-        out[2 * n] = static_cast<int16_t>(std::lround(std::clamp(s.left[n] * gain * 32768.0, -32768.0, 32767.0)));
-        out[2 * n + 1] = static_cast<int16_t>(std::lround(std::clamp(s.right[n] * gain * 32768.0, -32768.0, 32767.0)));
-    }
-    return out;
-}
-
 // Quantises the parts and sums them; scales everything down first if the
 // sum would clip, so that noisy = clean + noises holds exactly.
 void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std::vector<Span> &spans) {
@@ -94,10 +85,17 @@ void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std:
         peak = std::max({peak, std::fabs(l), std::fabs(r)});
     }
     const double gain = peak > 0.95 ? 0.95 / peak : 1.0;
-    scene.clean = interleave(clean, gain);
-    scene.zoom = interleave(noise[0], gain);
-    scene.af = interleave(noise[1], gain);
-    scene.wind = interleave(noise[2], gain);
+    auto quantised = [gain](const Stereo &s) {
+        if (gain == 1.0) return to_pcm16(s.left, s.right);
+        Stereo scaled = s;
+        for (double &v : scaled.left) v *= gain;
+        for (double &v : scaled.right) v *= gain;
+        return to_pcm16(scaled.left, scaled.right);
+    };
+    scene.clean = quantised(clean);
+    scene.zoom = quantised(noise[0]);
+    scene.af = quantised(noise[1]);
+    scene.wind = quantised(noise[2]);
     scene.noisy.resize(scene.clean.size());
     for (std::size_t i = 0; i < scene.noisy.size(); ++i)
         scene.noisy[i] = static_cast<int16_t>(scene.clean[i] + scene.zoom[i] + scene.af[i] + scene.wind[i]);

@@ -7,18 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "drive_words.h"
+
 namespace scenekit {
 
 constexpr std::size_t kBlock = 256;  // frames per drive word
 constexpr int kSampleRate = 48000;
 
-struct DriveWords {
-    uint32_t zoom = 0;  // 0 idle, 1 zoom-in, 2 zoom-out
-    uint32_t af = 0;    // 1 while the autofocus motor runs
-    uint32_t wind = 0;  // 1 while wind blows
-    bool driven() const { return zoom != 0 || af != 0; }
-    bool operator==(const DriveWords &o) const { return zoom == o.zoom && af == o.af && wind == o.wind; }
-};
+using vorl::DriveWords;
 
 enum class SceneType { speech, music, mixed, quiet, loud, wind, af };
 constexpr SceneType kSceneTypes[] = {SceneType::speech, SceneType::music, SceneType::mixed, SceneType::quiet,

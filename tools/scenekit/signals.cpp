@@ -61,6 +61,16 @@ double Harmonics::step() {
     return v;
 }
 
+std::vector<int16_t> to_pcm16(const Signal &left, const Signal &right) {
+    std::vector<int16_t> pcm(2 * left.size());
+    for (std::size_t n = 0; n < left.size(); ++n)
+        for (int c = 0; c < 2; ++c) {
+            const double v = std::round((c == 0 ? left[n] : right[n]) * 32768.0);
+            pcm[2 * n + c] = static_cast<int16_t>(std::max(-32768.0, std::min(32767.0, v)));
+        }
+    return pcm;
+}
+
 LowPass::LowPass(double freq) : a_(1.0 - std::exp(-2.0 * kPi * freq / kRate)) {}
 double LowPass::step(double x) { return y_ += a_ * (x - y_); }
 

@@ -54,6 +54,9 @@ private:
 
 using Signal = std::vector<double>;
 
+// Full scale 1.0 to 16 bits: rounded, saturated, interleaved (left first).
+std::vector<int16_t> to_pcm16(const Signal &left, const Signal &right);
+
 // A plucked melody on a pentatonic scale in phrases with rests (mono);
 // `pitch` scales every note's frequency, `level` its loudness.
 Signal plucked_melody(std::size_t frames, Random &rng, double pitch = 1.0, double level = 1.0);

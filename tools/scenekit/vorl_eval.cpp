@@ -3,16 +3,12 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <map>
-#include <sstream>
-#include <cstring>
-#include <stdexcept>
 
 #include "evaluate.h"
 #include "scene_args.h"
-#include "scene_files.h"
-#include "table_json.h"
+#include "drive_schedule.h"
+#include "table_store.h"
 
 namespace {
 
@@ -32,8 +28,7 @@ that overlap drives), and prints per scene type:
 Energies are pooled over the scenes of a type. Drives are always those of
 the scene's true words.
 
-  --table FILE     binary tuning table (default: the built-in table,
-                   data/default_table.json)
+  --table FILE     tuning table (default: the built-in table)
   --types, --cameras, --seeds, --seconds   as for vorl_scenes (defaults:
                    every type on the held-out cameras 8-11, seeds 1000-1002)
   --drive-dir DIR  the library gets the drive words of DIR/NAME-drive.txt
@@ -41,21 +36,6 @@ the scene's true words.
   --per-scene      also one line per scene
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
-
-st_vorl_tbl load_table(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    const std::string data = bytes.str();
-    if (path.size() > 5 && path.substr(path.size() - 5) == ".json") return vorl::tablekit::table_from_json(data);
-    if (!in.good() && !in.eof()) throw std::runtime_error(path + ": cannot read the table");
-    if (data.size() != sizeof(st_vorl_tbl))
-        throw std::runtime_error(path + ": " + std::to_string(data.size()) + " bytes, a table has " +
-                                 std::to_string(sizeof(st_vorl_tbl)));
-    st_vorl_tbl t;
-    std::memcpy(&t, data.data(), sizeof t);
-    return t;
-}
 
 void print_header() {
     std::printf("%-18s %6s %8s %12s %8s %8s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle", "below",
@@ -78,16 +58,15 @@ int main(int argc, char **argv) {
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
-        const st_vorl_tbl table = load_table(args.get("table", VORL_DEFAULT_TABLE_JSON));
+        const st_vorl_tbl table = args.has("table") ? vorl::read_table(args.get("table", "")) : vorl::default_table();
         std::map<SceneType, std::pair<int, SceneResult>> by_type;
         if (args.has("per-scene")) print_header();
         for (const SceneId &id : sel.ids()) {
             const Scene scene = make_scene(id, sel.seconds);
             std::vector<DriveWords> words = scene.words;
             if (args.has("drive-dir")) {
-                std::string error;
-                if (!read_drive_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt", words, error))
-                    throw std::runtime_error(error);
+                const auto given = vorl::DriveSchedule::from_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt");
+                for (std::size_t b = 0; b < words.size(); ++b) words[b] = given.at(static_cast<int64_t>(b), kSampleRate);
             }
             const SceneResult r = evaluate(scene, table, words);
             auto &sum = by_type[id.type];

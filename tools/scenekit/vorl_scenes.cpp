@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "scene_args.h"
+#include "drive_schedule.h"
 #include "scene_files.h"
 
 namespace {
@@ -41,13 +42,13 @@ int main(int argc, char **argv) {
                 for (uint64_t seed : sel.seeds) {
                     Scene take = make_calibration(camera, seed);
                     const std::string base = dir + "/calibration-c" + std::to_string(camera) + "-s" + std::to_string(seed);
-                    if (!write_wav(base + ".wav", take.noisy) || !write_drive_file(base + "-drive.txt", take.words))
-                        return 2;
+                    write_wav(base + ".wav", take.noisy);
+                    vorl::write_drive_file(base + "-drive.txt", take.words);
                 }
             return 0;
         }
         for (const SceneId &id : sel.ids())
-            if (!write_scene(dir, make_scene(id, sel.seconds))) return 2;
+            write_scene(dir, make_scene(id, sel.seconds));
     } catch (const std::exception &e) {
         std::fprintf(stderr, "vorl_scenes: %s\n", e.what());
         return 2;

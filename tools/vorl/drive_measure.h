@@ -1,15 +1,16 @@
-// The figures of "vorl measure": how much drive noise a processed recording
+// The figures of "vorl measure" (and of the scene kit's evaluation): how much drive noise a processed recording
 // lost during drives, and how much it changed outside them. Energies are
 // sums of squared samples over both channels of the blocks concerned; a
 // block is driven when its zoom or af word is non-zero.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
-#include "scene.h"
+#include "drive_words.h"
 
-namespace scenekit {
+namespace vorl {
 
 struct EnergySums {
     double noise = 0;      // E[noisy - clean]
@@ -34,8 +35,8 @@ struct DriveMeasure {
 };
 
 // Sums the energies of three time-aligned interleaved stereo recordings of
-// `frames` frames; words(b) gives the drive words of block b.
+// `frames` frames in 256-frame blocks; words(b) gives the words of block b.
 DriveMeasure measure_drives(const int16_t *clean, const int16_t *noisy, const int16_t *processed, std::size_t frames,
                             const std::function<DriveWords(std::size_t block)> &words);
 
-}  // namespace scenekit
+}  // namespace vorl

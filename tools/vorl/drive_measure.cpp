@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-namespace scenekit {
+#include "vorl.h"
+
+namespace vorl {
 
 EnergySums &EnergySums::operator+=(const EnergySums &o) {
     noise += o.noise;
@@ -32,13 +34,13 @@ DriveMeasure &DriveMeasure::operator+=(const DriveMeasure &o) {
 DriveMeasure measure_drives(const int16_t *clean, const int16_t *noisy, const int16_t *processed, std::size_t frames,
                             const std::function<DriveWords(std::size_t block)> &words) {
     DriveMeasure m;
-    for (std::size_t start = 0; start < frames; start += kBlock) {
-        const DriveWords w = words(start / kBlock);
+    for (std::size_t start = 0; start < frames; start += VORL_BLOCK_FRAMES) {
+        const DriveWords w = words(start / VORL_BLOCK_FRAMES);
         EnergySums &e = w.driven() ? m.drives : m.outside;
         const bool windy = !w.driven() && w.wind;
         e.blocks++;
         if (windy) m.wind.blocks++;
-        for (std::size_t i = 2 * start; i < 2 * std::min(frames, start + kBlock); ++i) {
+        for (std::size_t i = 2 * start; i < 2 * std::min(frames, start + VORL_BLOCK_FRAMES); ++i) {
             const double c = clean[i], n = noisy[i], p = processed[i];
             const double noise = (n - c) * (n - c), residual = (p - c) * (p - c);
             e.noise += noise;
@@ -55,4 +57,4 @@ DriveMeasure measure_drives(const int16_t *clean, const int16_t *noisy, const in
     return m;
 }
 
-}  // namespace scenekit
+}  // namespace vorl
