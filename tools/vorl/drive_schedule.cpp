@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "cli.h"
+#include "pending_file.h"
 
 namespace vorl {
 
@@ -87,6 +88,15 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
     }
     if (in.bad()) cli::input_error(path + ": cannot read drive file");
     return s;
+}
+
+void write_drive_file(const std::string &path, const std::vector<DriveWords> &words) {
+    std::string text = "# zoom af wind, one line per 256-frame block\n";
+    for (const DriveWords &w : words)
+        text += std::to_string(w.zoom) + " " + std::to_string(w.af) + " " + std::to_string(w.wind) + "\n";
+    PendingFile file(path);
+    file.write_all(text.data(), text.size());
+    file.commit();
 }
 
 void DriveSchedule::add_zoom_in(const std::string &v, const std::string &o) {

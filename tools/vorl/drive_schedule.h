@@ -10,15 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "drive_words.h"
+
 namespace vorl {
-
-struct DriveWords {
-    uint32_t zoom = 0;  // 0 idle, 1 zoom-in ("WT" template), 2 zoom-out ("TW")
-    uint32_t af = 0;    // autofocus drive
-    uint32_t wind = 0;  // 1 while wind is present
-
-    bool driven() const { return zoom != 0 || af != 0; }
-};
 
 struct TimeRange {
     double start, end;  // seconds, start < end
@@ -60,6 +54,10 @@ private:
     std::string file_;
     std::vector<TimeRange> zoom_in_, zoom_out_, af_, wind_;
 };
+
+// Writes a drive file, one "zoom af wind" line per block after a comment
+// line, atomically (input error naming the file on failure).
+void write_drive_file(const std::string &path, const std::vector<DriveWords> &words);
 
 // Parses "a-b[,c-d...]" into ranges; usage error naming `option`.
 std::vector<TimeRange> parse_ranges(const std::string &value, const std::string &option);

@@ -1,6 +1,5 @@
 // vorl measure: how much drive noise a processed recording lost, and how
 // much the recording changed where no drive ran.
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -8,6 +7,7 @@
 #include "audio_io.h"
 #include "cli.h"
 #include "commands.h"
+#include "drive_measure.h"
 #include "drive_options.h"
 
 namespace vorl {
@@ -41,11 +41,6 @@ The figures go to standard output, one per line.
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
-struct Energy {
-    double noise = 0, residual = 0, processed = 0, noisy = 0, change = 0;
-    int64_t blocks = 0;
-};
-
 std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
     AudioReader r(path);
     r.require_stereo();
@@ -61,14 +56,6 @@ std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
     const std::string premature = r.premature_end();
     if (!premature.empty()) cli::input_error(r.name() + ": " + premature);
     return samples;
-}
-
-// A ratio in dB; a change too small to show at two decimals prints as 0.00.
-double db(double num, double den) {
-    if (den <= 0.0) return num <= 0.0 ? 0.0 : INFINITY;
-    if (num <= 0.0) return -INFINITY;
-    const double v = 10.0 * std::log10(num / den);
-    return std::fabs(v) < 0.005 ? 0.0 : v;
 }
 
 }  // namespace
@@ -96,38 +83,21 @@ int run_measure(int argc, char **argv, int first) {
                          std::to_string(noisy.size() / 2) + ", " + std::to_string(processed.size() / 2) +
                          " frames); PROCESSED must be time-aligned, not --raw");
 
-    Energy drives, outside, wind;
-    const std::size_t frames = clean.size() / 2;
-    for (const auto &p : drive.mismatches(static_cast<int64_t>(frames), rates[0], args.positional[0])) cli::warn(p);
-    for (std::size_t start = 0; start < frames; start += kBlock) {
-        const DriveWords w = drive.at(static_cast<int64_t>(start / kBlock), rates[0]);
-        Energy &e = w.driven() ? drives : outside;
-        e.blocks++;
-        if (!w.driven() && w.wind) wind.blocks++;
-        for (std::size_t i = 2 * start; i < 2 * std::min(frames, start + kBlock); ++i) {
-            const double c = clean[i], n = noisy[i], p = processed[i];
-            const double noise = (n - c) * (n - c), residual = (p - c) * (p - c);
-            e.noise += noise;
-            e.residual += residual;
-            e.processed += p * p;
-            e.noisy += n * n;
-            e.change += (p - n) * (p - n);
-            if (!w.driven() && w.wind) {
-                wind.noise += noise;
-                wind.residual += residual;
-            }
-        }
-    }
+    for (const auto &p : drive.mismatches(static_cast<int64_t>(clean.size() / 2), rates[0], args.positional[0]))
+        cli::warn(p);
+    const DriveMeasure m = measure_drives(clean.data(), noisy.data(), processed.data(), clean.size() / 2,
+                                          [&](std::size_t b) { return drive.at(static_cast<int64_t>(b), rates[0]); });
+    const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
     const double block_s = kBlock / static_cast<double>(rates[0]);
     std::printf("during drives: %lld blocks (%.2f s)\n", static_cast<long long>(drives.blocks), drives.blocks * block_s);
-    std::printf("  noise attenuation:  %6.2f dB\n", db(drives.noise, drives.residual));
+    std::printf("  noise attenuation:  %6.2f dB\n", drives.attenuation_db());
     std::printf("outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(outside.blocks), outside.blocks * block_s);
-    std::printf("  level change:       %6.2f dB\n", db(outside.processed, outside.noisy));
-    std::printf("  difference energy:  %6.2f dB\n", db(outside.change, outside.noisy));
+    std::printf("  level change:       %6.2f dB\n", outside.level_change_db());
+    std::printf("  difference energy:  %6.2f dB\n", outside.difference_db());
     if (wind.blocks > 0) {
         std::printf("during wind outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(wind.blocks),
                     wind.blocks * block_s);
-        std::printf("  noise attenuation:  %6.2f dB\n", db(wind.noise, wind.residual));
+        std::printf("  noise attenuation:  %6.2f dB\n", wind.attenuation_db());
     }
     return cli::kExitOk;
 }

@@ -1,10 +1,10 @@
-#include "demo_signals.h"
+#include "signals.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
-namespace demo {
+namespace scenekit {
 
 double Random::uniform() {
     state_ ^= state_ >> 12;
@@ -35,10 +35,46 @@ double BandPass::step(double x) {
     return y;
 }
 
+Harmonics::Harmonics(double f0, int count, const double *amp, const double *decay)
+    : count_(std::min(count, kMaxPartials)) {
+    const double w = 2.0 * kPi * f0 / kRate;
+    rot_c_ = std::cos(w);
+    rot_s_ = std::sin(w);
+    for (int k = 0; k < count_; ++k) {
+        amp_[k] = amp[k];
+        decay_[k] = decay[k];
+    }
+}
+
+double Harmonics::step() {
+    double v = 0.0, s_prev = 0.0, s_k = s1_;
+    for (int k = 0; k < count_; ++k) {  // sin((k+1) w n) by the Chebyshev recurrence
+        v += amp_[k] * s_k;
+        amp_[k] *= decay_[k];
+        const double next = 2.0 * c1_ * s_k - s_prev;
+        s_prev = s_k;
+        s_k = next;
+    }
+    const double c = c1_ * rot_c_ - s1_ * rot_s_;  // advance the fundamental's phasor
+    s1_ = s1_ * rot_c_ + c1_ * rot_s_;
+    c1_ = c;
+    return v;
+}
+
+std::vector<int16_t> to_pcm16(const Signal &left, const Signal &right) {
+    std::vector<int16_t> pcm(2 * left.size());
+    for (std::size_t n = 0; n < left.size(); ++n)
+        for (int c = 0; c < 2; ++c) {
+            const double v = std::round((c == 0 ? left[n] : right[n]) * 32768.0);
+            pcm[2 * n + c] = static_cast<int16_t>(std::max(-32768.0, std::min(32767.0, v)));
+        }
+    return pcm;
+}
+
 LowPass::LowPass(double freq) : a_(1.0 - std::exp(-2.0 * kPi * freq / kRate)) {}
 double LowPass::step(double x) { return y_ += a_ * (x - y_); }
 
-Signal far_field(std::size_t frames, Random &rng) {
+Signal plucked_melody(std::size_t frames, Random &rng, double pitch, double level_scale) {
     Signal out(frames, 0.0);
     // A plucked melody on an A minor pentatonic scale: phrases of 1.5-3 s
     // with notes of 0.2-0.6 s, and rests of 0.4-1 s between the phrases.
@@ -46,19 +82,23 @@ Signal far_field(std::size_t frames, Random &rng) {
     std::size_t start = 0;
     std::size_t phrase_end = static_cast<std::size_t>((1.5 + 1.5 * rng.uniform()) * kRate);
     while (start < frames) {
-        const double f0 = scale[static_cast<int>(rng.uniform() * 8)];
+        const double f0 = scale[static_cast<int>(rng.uniform() * 8)] * pitch;
         const std::size_t length = static_cast<std::size_t>((0.2 + 0.4 * rng.uniform()) * kRate);
-        const double level = 0.05 + 0.05 * rng.uniform();
+        const double level = (0.05 + 0.05 * rng.uniform()) * level_scale;
+        // Harmonic k has amplitude k^-1.5 and decays as exp(-1.5 k t).
+        double amp[10], decay[10];
+        int count = 0;
+        for (int k = 1; k <= 10 && k * f0 <= 15000.0; ++k, ++count) {
+            amp[k - 1] = 1.0 / (k * std::sqrt(static_cast<double>(k)));
+            decay[k - 1] = std::exp(-1.5 * k / kRate);
+        }
+        Harmonics tone(f0, count, amp, decay);
+        const double attack_step = std::exp(-1.0 / (0.004 * kRate)), release_step = std::exp(-1.0 / (0.35 * kRate));
+        double attack = 1.0, release = 1.0;
         for (std::size_t n = start; n < std::min(frames, start + length); ++n) {
-            const double t = static_cast<double>(n - start) / kRate;
-            const double env = (1.0 - std::exp(-t / 0.004)) * std::exp(-t / 0.35);
-            double v = 0.0;
-            for (int k = 1; k <= 10; ++k) {
-                if (k * f0 > 15000.0) break;
-                v += std::sin(2.0 * kPi * k * f0 * t) / (k * std::sqrt(static_cast<double>(k))) *
-                     std::exp(-t * k * 1.5);
-            }
-            out[n] += level * env * v;
+            out[n] += level * (1.0 - attack) * release * tone.step();
+            attack *= attack_step;
+            release *= release_step;
         }
         start += static_cast<std::size_t>(length * (0.6 + 0.3 * rng.uniform()));  // notes overlap a little
         if (start >= phrase_end) {
@@ -66,6 +106,11 @@ Signal far_field(std::size_t frames, Random &rng) {
             phrase_end = start + static_cast<std::size_t>((1.5 + 1.5 * rng.uniform()) * kRate);
         }
     }
+    return out;
+}
+
+Signal far_field(std::size_t frames, Random &rng) {
+    Signal out = plucked_melody(frames, rng);
     const Signal tone = room_tone(frames, rng);
     for (std::size_t n = 0; n < frames; ++n) out[n] += tone[n];
     return out;
@@ -128,52 +173,64 @@ void response(const MotorPath &p, double freq, double &gain, double &phase) {
 }  // namespace
 
 void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t begin, std::size_t end,
-               double speed_hz, Random &rng) {
-    constexpr double kWhine = 0.028, kClick = 0.28, kHiss = 0.011, kRumble = 0.008;
-    constexpr double kRamp = 0.015 * kRate;  // the motor spins up and down in 15 ms
-    constexpr int kHarmonics = 6;
-    double gain[2][kHarmonics], shift[2][kHarmonics];
+               const MotorSound &s, Random &rng) {
+    const double ramp_frames = s.ramp_s * kRate;
+    const int harmonics = std::min(s.harmonics, kMaxHarmonics);
+    double gain[2][kMaxHarmonics], shift[2][kMaxHarmonics], amp[kMaxHarmonics];
+    double sin_part[2][kMaxHarmonics], cos_part[2][kMaxHarmonics];
+    for (int k = 0; k < harmonics; ++k) amp[k] = std::pow(k + 1.0, s.tilt);
     for (int c = 0; c < 2; ++c) {
         // The whine keeps its level whatever the path does to single harmonics.
         double sum = 0.0, expected = 0.0;
-        for (int k = 0; k < kHarmonics; ++k) {
-            response(path[c], (k + 1) * speed_hz, gain[c][k], shift[c][k]);
-            sum += gain[c][k] * gain[c][k] / ((k + 1.0) * (k + 1.0));
-            expected += 1.0 / ((k + 1.0) * (k + 1.0));
+        for (int k = 0; k < harmonics; ++k) {
+            response(path[c], (k + 1) * s.speed_hz, gain[c][k], shift[c][k]);
+            sum += gain[c][k] * gain[c][k] / (amp[k] * amp[k]);
+            expected += 1.0 / (amp[k] * amp[k]);
         }
-        for (double &g : gain[c]) g *= std::sqrt(expected / sum);
+        for (int k = 0; k < harmonics; ++k) {
+            // sin(k phase + shift) = sin(k phase) cos(shift) + cos(k phase) sin(shift)
+            const double g = gain[c][k] * std::sqrt(expected / sum) / amp[k];
+            sin_part[c][k] = g * std::cos(shift[c][k]);
+            cos_part[c][k] = g * std::sin(shift[c][k]);
+        }
     }
     BandPass click_res[2] = {BandPass(path[0].click_freq, 6.0), BandPass(path[1].click_freq, 6.0)};
-    LowPass hiss_lp[2] = {LowPass(9000.0), LowPass(9000.0)};
-    BandPass rumble(180.0, 1.5);
+    LowPass hiss_lp[2] = {LowPass(s.hiss_cutoff), LowPass(s.hiss_cutoff)};
+    BandPass rumble(s.rumble_freq, 1.5);
     Signal *out[2] = {&left, &right};
     double phase = 0.0, next_click = 0.0;
     const double wobble_rate = 3.0 + 2.0 * rng.uniform();
     for (std::size_t n = begin; n < end; ++n) {
         const double t = static_cast<double>(n - begin);
-        const double ramp = std::min({1.0, t / kRamp, static_cast<double>(end - n) / kRamp});
-        const double speed = speed_hz * (1.0 + 0.02 * std::sin(2.0 * kPi * wobble_rate * t / kRate));
+        const double ramp = std::min({1.0, t / ramp_frames, static_cast<double>(end - n) / ramp_frames});
+        const double spin = s.spinup_s > 0.0 ? std::min(1.0, 0.4 + 0.6 * t / (s.spinup_s * kRate)) : 1.0;
+        const double speed = s.speed_hz * (1.0 + s.wobble * std::sin(2.0 * kPi * wobble_rate * t / kRate)) * spin;
         phase += 2.0 * kPi * speed / kRate;
-        // A gear tooth strikes about every eighth revolution, a little irregularly.
+        // A gear tooth strikes every few revolutions, a little irregularly.
         double click = 0.0;
         if (t >= next_click) {
             click = 1.0 + 0.5 * rng.gaussian();
-            next_click = t + kRate * 8.0 / speed * (0.8 + 0.4 * rng.uniform());
+            next_click = t + kRate * s.revs_per_click / speed * (0.8 + 0.4 * rng.uniform());
         }
-        const double common = kRumble * rumble.step(rng.gaussian());
+        const double common = s.rumble * rumble.step(rng.gaussian());
+        double sin_k[kMaxHarmonics], cos_k[kMaxHarmonics];  // of (k+1) phase, by complex powers
+        sin_k[0] = std::sin(phase);
+        cos_k[0] = std::cos(phase);
+        for (int k = 1; k < harmonics; ++k) {
+            sin_k[k] = sin_k[k - 1] * cos_k[0] + cos_k[k - 1] * sin_k[0];
+            cos_k[k] = cos_k[k - 1] * cos_k[0] - sin_k[k - 1] * sin_k[0];
+        }
         for (int c = 0; c < 2; ++c) {
             double whine = 0.0;
-            for (int k = 0; k < kHarmonics; ++k)
-                whine += gain[c][k] / (k + 1.0) * std::sin((k + 1) * phase + shift[c][k]);
-            const double v = kWhine * whine + kClick * path[c].click_gain * click_res[c].step(click) +
-                             kHiss * hiss_lp[c].step(rng.gaussian()) + common;
+            for (int k = 0; k < harmonics; ++k) whine += sin_part[c][k] * sin_k[k] + cos_part[c][k] * cos_k[k];
+            const double v = s.whine * whine + s.click * path[c].click_gain * click_res[c].step(click) +
+                             s.hiss * hiss_lp[c].step(rng.gaussian()) + common;
             (*out[c])[n] += ramp * v;
         }
     }
 }
 
-void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, Random &rng) {
-    constexpr double kLevel = 0.3;
+void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, Random &rng, double level) {
     LowPass lp[2][2] = {{LowPass(120.0), LowPass(120.0)}, {LowPass(120.0), LowPass(120.0)}};
     LowPass gust(0.8);
     Signal *out[2] = {&left, &right};
@@ -182,8 +239,8 @@ void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, R
         const double t = static_cast<double>(n - begin);
         const double edge = std::min({1.0, t / fade, static_cast<double>(end - n) / fade});
         const double strength = 0.6 + 0.4 * std::tanh(8.0 * gust.step(rng.gaussian()));
-        for (int c = 0; c < 2; ++c) (*out[c])[n] += kLevel * edge * strength * lp[c][1].step(lp[c][0].step(rng.gaussian()));
+        for (int c = 0; c < 2; ++c) (*out[c])[n] += level * edge * strength * lp[c][1].step(lp[c][0].step(rng.gaussian()));
     }
 }
 
-}  // namespace demo
+}  // namespace scenekit

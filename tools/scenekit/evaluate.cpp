@@ -1,0 +1,108 @@
+#include "evaluate.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "host_session.h"
+#include "signals.h"
+
+namespace scenekit {
+
+namespace {
+
+constexpr std::size_t kFrame = 2 * kBlock;
+
+// Forward transform of one windowed 512-sample frame of channel c, frame f
+// covering frames 256(f-1) .. 256(f+1)-1 (zero outside the recording).
+void analyse(const Pcm &x, std::size_t frames, std::size_t f, int c, float *buf, const st_vorl_inst &inst) {
+    for (std::size_t t = 0; t < kFrame; ++t) {
+        const long n = static_cast<long>(f * kBlock + t) - static_cast<long>(kBlock);
+        const float v = n >= 0 && static_cast<std::size_t>(n) < frames ? x[2 * static_cast<std::size_t>(n) + c] : 0;
+        buf[t] = v * sin_win_tbl[t <= 256 ? t : kFrame - t];
+    }
+    sound_vorl_rfft_sac(buf, static_cast<int32_t>(kFrame), &inst);
+}
+
+double bin_power(const float *buf, std::size_t k) {
+    if (k == 0 || k == kFrame / 2) return static_cast<double>(buf[k]) * buf[k];
+    return static_cast<double>(buf[k]) * buf[k] + static_cast<double>(buf[kFrame - k]) * buf[kFrame - k];
+}
+
+}  // namespace
+
+Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words) {
+    vorl::HostSession session(table, "evaluated table");
+    for (const DriveWords &w : words)
+        if (w.af != 0) {
+            session.follow_autofocus_word();
+            break;
+        }
+    const std::size_t frames = in.size() / 2, delay = VORL_DELAY_FRAMES;
+    const std::size_t blocks = (frames + kBlock - 1) / kBlock + delay / kBlock;
+    Pcm out(in.size());
+    int16_t block_in[2 * kBlock], block_out[2 * kBlock];
+    for (std::size_t b = 0; b < blocks; ++b) {
+        for (std::size_t i = 0; i < 2 * kBlock; ++i) block_in[i] = 2 * b * kBlock + i < in.size() ? in[2 * b * kBlock + i] : 0;
+        session.process(block_in, block_out, b < words.size() ? words[b] : DriveWords{});
+        for (std::size_t i = 0; i < kBlock; ++i) {  // output frame b*256+i is input frame b*256+i-768
+            const std::size_t n = b * kBlock + i;
+            if (n >= delay && n - delay < frames) std::memcpy(&out[2 * (n - delay)], &block_out[2 * i], 2 * sizeof(int16_t));
+        }
+    }
+    return out;
+}
+
+Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words) {
+    st_vorl_inst inst{};
+    inst.p_ifft_tbl = IFFT_radix4_time_addition_theorem_wr_wi_2048;
+    const std::size_t frames = scene.frames(), blocks = (frames + kBlock - 1) / kBlock;
+    Pcm noise(scene.noisy.size());
+    for (std::size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<int16_t>(scene.noisy[i] - scene.clean[i]);
+    auto driven = [&](std::size_t b) { return b < words.size() && words[b].driven(); };
+
+    double window_sq[kFrame];  // sine window squared: consecutive frames sum to 1
+    for (std::size_t t = 0; t < kFrame; ++t) window_sq[t] = std::pow(std::sin(kPi * static_cast<double>(t) / kFrame), 2);
+    std::vector<double> sum(scene.noisy.size(), 0.0);
+    float s[kFrame], n[kFrame], y[kFrame];
+    for (std::size_t f = 0; f <= blocks; ++f) {
+        const bool act = (f > 0 && driven(f - 1)) || driven(f);
+        for (int c = 0; c < 2; ++c) {
+            if (act) {
+                analyse(scene.clean, frames, f, c, s, inst);
+                analyse(noise, frames, f, c, n, inst);
+                analyse(scene.noisy, frames, f, c, y, inst);
+                for (std::size_t k = 0; k <= kFrame / 2; ++k) {
+                    const double ps = bin_power(s, k), pn = bin_power(n, k);
+                    const float g = ps + pn > 0.0 ? static_cast<float>(ps / (ps + pn)) : 1.0f;
+                    y[k] *= g;
+                    if (k > 0 && k < kFrame / 2) y[kFrame - k] *= g;
+                }
+                sound_vorl_irfft_sac(y, static_cast<int32_t>(kFrame), &inst);
+            }
+            for (std::size_t t = 0; t < kFrame; ++t) {
+                const long at = static_cast<long>(f * kBlock + t) - static_cast<long>(kBlock);
+                if (at < 0 || static_cast<std::size_t>(at) >= frames) continue;
+                const std::size_t i = 2 * static_cast<std::size_t>(at) + c;
+                // The synthesis window takes back the transform's gain of 512
+                // and the analysis window's 1/32768.
+                sum[i] += act ? static_cast<double>(y[t]) * scale_sin_win_tbl[t <= 256 ? t : kFrame - t]
+                              : window_sq[t] * scene.noisy[i];
+            }
+        }
+    }
+    Pcm out(sum.size());
+    for (std::size_t i = 0; i < sum.size(); ++i)
+        out[i] = static_cast<int16_t>(std::lround(std::fmax(-32768.0, std::fmin(32767.0, sum[i]))));
+    return out;
+}
+
+SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words) {
+    const Pcm processed = run_library(table, scene.noisy, words);
+    const Pcm ideal = oracle(scene, scene.words);
+    auto truth = [&](std::size_t b) { return b < scene.words.size() ? scene.words[b] : DriveWords{}; };
+    return {vorl::measure_drives(scene.clean.data(), scene.noisy.data(), processed.data(), scene.frames(), truth),
+            vorl::measure_drives(scene.clean.data(), scene.noisy.data(), ideal.data(), scene.frames(), truth)};
+}
+
+}  // namespace scenekit

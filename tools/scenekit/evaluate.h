@@ -1,0 +1,38 @@
+// Runs scenes through the library exactly as "vorl process" does (public
+// host interface, time-aligned output) and through an oracle that knows the
+// true noise, and measures both with the figures of "vorl measure".
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "drive_measure.h"
+#include "scene.h"
+#include "vorl.h"
+
+namespace scenekit {
+
+// One library instance per call (the tool's host session, autofocus words
+// switching the "AF" template when any is set, as in "vorl process");
+// `words[b]` goes with input block b (blocks past the end are idle).
+// Returns the output time-aligned with `in`, of its length.
+Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words);
+
+// The oracle: per channel and bin the Wiener gain |S|^2 / (|S|^2 + |N|^2) of
+// the true content S and noise N (noisy - clean), on the engine's framing
+// (512-point sine-window frames, hop 256), applied to the noisy frames that
+// overlap a driven block of `words`, overlap-added; other frames pass.
+Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words);
+
+using vorl::DriveMeasure;
+using vorl::EnergySums;
+
+struct SceneResult {
+    DriveMeasure library, oracle;
+};
+
+// Both runs on one scene; the library gets `words` (the true words or a
+// detector's), the measurement and the oracle use the scene's true words.
+SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words);
+
+}  // namespace scenekit
