@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev         # unit tests
   libbenchmark-dev libfftw3-dev libkissfft-dev # benchmarks, reference FFTs
   libsndfile1-dev nlohmann-json3-dev           # the vorl tool
+  help2man                                     # its man page
   clang libclang-rt-14-dev llvm                # fuzzers and sanitizers
   g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user  # 64-bit Arm
 )
