@@ -77,7 +77,9 @@ int32_t VORLSaveTable(const VORLResource *res, const char *path) {
     ok = close(fd) == 0 && ok;
     ok = ok && std::rename(temp, path) == 0;
     if (!ok) {
+        const int reason = errno;
         unlink(temp);
+        errno = reason;
         return VORL_ERR_TBL_WRITE;
     }
     sync_folder(path);

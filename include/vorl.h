@@ -159,7 +159,8 @@ VORL_API int32_t VORLPostProcess(VORLResource *res);
  * beside it, flushes it to disk, renames it over `path` (which keeps its
  * permissions) and syncs the folder. On failure `path` is untouched and the
  * temporary file removed. 0; VORL_ERR_NULL when the record, its p_work or
- * `path` is null; VORL_ERR_TBL_WRITE when the file cannot be written. */
+ * `path` is null; VORL_ERR_TBL_WRITE when the file cannot be written (errno
+ * then says why). */
 VORL_API int32_t VORLSaveTable(const VORLResource *res, const char *path);
 /* Sets the drive words of the block settings record, which VORLEnterLibrary
  * hands to the engine before every block until they are changed again.

@@ -160,21 +160,6 @@ ScratchFile::~ScratchFile() {
     if (fd_ >= 0) close(fd_);
 }
 
-std::string ScratchFile::contents() const {
-    struct stat st;
-    if (fstat(fd_, &st) != 0) return "";
-    std::string bytes(static_cast<std::size_t>(st.st_size), '\0');
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = pread(fd_, &bytes[done], bytes.size() - done, static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
-    bytes.resize(done);
-    return bytes;
-}
-
 std::string system_temp_dir() {
     const char *dir = std::getenv("TMPDIR");
     return dir != nullptr && *dir != '\0' ? dir : "/tmp";

@@ -34,7 +34,7 @@ private:
     bool done_ = false;
 };
 
-// A private working file that a library reads and writes by path (the
+// A private working file that a library reads by path (the
 // tuning table's copy), gone when the run ends. Where the file system can
 // (O_TMPFILE), it never has a name, so even a killed run leaves nothing.
 class ScratchFile {
@@ -46,7 +46,6 @@ public:
     ScratchFile &operator=(const ScratchFile &) = delete;
 
     const std::string &path() const { return path_; }
-    std::string contents() const;  // the whole file as it is now
 
 private:
     int fd_ = -1;
