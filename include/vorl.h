@@ -58,12 +58,24 @@
 extern "C" {
 #endif
 
+/* --------------------------------------------------------------- version */
+
+/* The version of these headers; VORLGetVersion gives the library's. The
+ * build checks that they equal the project's version. The shared library's
+ * SONAME (libvorl.so.1) changes only when the binary interface does. */
+#define VORL_VERSION_MAJOR 1
+#define VORL_VERSION_MINOR 3
+#define VORL_VERSION_PATCH 0
+#define VORL_VERSION \
+    ((VORL_VERSION_MAJOR << 16) | (VORL_VERSION_MINOR << 8) | VORL_VERSION_PATCH)
+
 /* ---------------------------------------------------------------- status */
 
 #define VORL_OK 0
 #define VORL_ERR_CHECKSUM (-100)  /* table checksum word does not match   */
 #define VORL_ERR_TBL_OPEN (-300)  /* table file cannot be opened          */
 #define VORL_ERR_NULL (-500)      /* VORLResource pointer is null         */
+#define VORL_ERR_TBL_WRITE (-600) /* table file cannot be written         */
 #define VORL_ERR_VERSION (-1400)  /* table version word is not 0x01030000 */
 
 /* ------------------------------------------------------------ dimensions */
@@ -136,10 +148,20 @@ VORL_API int32_t VORLPreProcess(VORLResource *res);
 VORL_API int32_t VORLEnterLibrary(VORLResource *res);
 /* Checks the learned coefficients (diagnostics on stderr), writes them back
  * into the image and adds the learning count only if the check passed,
- * renews the checksum and rewrites the file at p_tbl_path in place (pass a
- * copy if the original must stay). Always 0, even when the file could not
- * be written. */
+ * renews the checksum and rewrites the file at p_tbl_path in place
+ * (fopen "wb": a crash, power loss or full disk during the write leaves a
+ * truncated file). Always 0, even when the file could not be written. With
+ * p_tbl_path null it updates only the image; hosts that cannot afford a torn
+ * table do that and then save the image with VORLSaveTable. */
 VORL_API int32_t VORLPostProcess(VORLResource *res);
+/* Saves the work area's table image (after VORLPostProcess: the learned
+ * table with its new checksum) to `path` atomically: writes a temporary file
+ * beside it, flushes it to disk, renames it over `path` (which keeps its
+ * permissions) and syncs the folder. On failure `path` is untouched and the
+ * temporary file removed. 0; VORL_ERR_NULL when the record, its p_work or
+ * `path` is null; VORL_ERR_TBL_WRITE when the file cannot be written (errno
+ * then says why). */
+VORL_API int32_t VORLSaveTable(const VORLResource *res, const char *path);
 /* Sets the drive words of the block settings record, which VORLEnterLibrary
  * hands to the engine before every block until they are changed again.
  * zoom_state: low byte 0 idle, 1 "WT" or 2 "TW" zoom drive; any other
@@ -158,6 +180,10 @@ VORL_API int32_t VORLSetDriveState(VORLResource *res, uint32_t zoom_state,
  * Without calls every result is as before. 0, or VORL_ERR_NULL when the
  * record or its p_work is null. */
 VORL_API int32_t VORLSetAfTemplate(VORLResource *res, uint32_t on);
+
+/* VORL_VERSION of the library that is running: major << 16 | minor << 8 |
+ * patch. */
+VORL_API uint32_t VORLGetVersion(void);
 
 /* ------------------------------------------------------- DC-cut filter */
 

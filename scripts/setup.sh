@@ -9,6 +9,7 @@ packages=(
   libbenchmark-dev libfftw3-dev libkissfft-dev # benchmarks, reference FFTs
   libsndfile1-dev libsoxr-dev nlohmann-json3-dev  # the vorl tool
   libespeak-ng-dev espeak-ng-data              # speech in the test scenes
+  help2man                                     # the tool's man page
   clang libclang-rt-14-dev llvm                # fuzzers and sanitizers
   g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user  # 64-bit Arm
 )

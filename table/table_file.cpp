@@ -26,6 +26,7 @@ uint32_t table_word_sum(const st_vorl_tbl *t) {
 extern "C" {
 
 int32_t sound_vorl_read_tbl(const char *path, st_vorl_tbl *image) {
+    if (path == nullptr) return -1;  // no file to open
     std::FILE *f = std::fopen(path, "rb");
     if (f == nullptr) return -1;
     // A short read leaves the rest of the image as it was; the checksum
@@ -36,6 +37,7 @@ int32_t sound_vorl_read_tbl(const char *path, st_vorl_tbl *image) {
 }
 
 int32_t sound_vorl_write_tbl(const char *path, const st_vorl_tbl *image) {
+    if (path == nullptr) return -1;  // the host saves the image itself
     std::FILE *f = std::fopen(path, "wb");
     if (f == nullptr) return -1;
     (void)std::fwrite(image, VORL_TBL_SIZE, 1, f);

@@ -1,15 +1,19 @@
 // Processing entry points end to end: status codes, the 768-frame delay,
 // transparency with suppression off, drive words and the pulse switch, the
 // ring shift, the autofocus template switch, and the learned table's save
-// with its count.
+// with its count, in place and atomic.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "table_builder.h"
@@ -232,6 +236,60 @@ TEST(HostProcess, UnwritableTablePathStillReportsSuccess) {
     EXPECT_EQ(VORLPostProcess(&host.res), 0);
     struct stat st;
     EXPECT_NE(stat(path.c_str(), &st), 0);
+}
+
+// Names in a folder, to see that no temporary file is left behind.
+std::vector<std::string> folder_names(const std::string &dir) {
+    std::vector<std::string> names;
+    if (DIR *d = opendir(dir.c_str())) {
+        while (const dirent *e = readdir(d))
+            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) names.push_back(e->d_name);
+        closedir(d);
+    }
+    return names;
+}
+
+TEST(HostProcess, SaveTableReplacesTheFileWholeOrNotAtAll) {
+    char dir[] = "/tmp/vorl-save-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/table.bin";
+    const st_vorl_tbl t = reference_table();
+    vorl::testkit::write_table(path, t);
+    chmod(path.c_str(), 0640);
+    Host host(t);
+    ASSERT_EQ(host.pre_process(), 0);
+    host.ws().st_vorl_work.zspec_comp_coef_f_LR_d[0][4] = 0.01f;  // as if learned
+    host.work().inst.learn_cnt = 3;
+    host.res.p_tbl_path = nullptr;  // the image only
+    ASSERT_EQ(VORLPostProcess(&host.res), 0);
+    const auto *image = reinterpret_cast<const unsigned char *>(&host.work().tbl);
+    const std::vector<unsigned char> learned(image, image + sizeof(st_vorl_tbl));
+
+    ASSERT_EQ(VORLSaveTable(&host.res, path.c_str()), VORL_OK);
+    EXPECT_EQ(vorl::testkit::read_file(path), learned);
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+
+    // A write that fails half-way (file-size limit) leaves the old file.
+    host.work().tbl.tbl_cnt += 1;
+    struct rlimit old_limit;
+    getrlimit(RLIMIT_FSIZE, &old_limit);
+    struct rlimit small = old_limit;
+    small.rlim_cur = 1000;
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const int32_t failed_write = VORLSaveTable(&host.res, path.c_str());
+    setrlimit(RLIMIT_FSIZE, &old_limit);
+    EXPECT_EQ(failed_write, VORL_ERR_TBL_WRITE);
+    EXPECT_EQ(vorl::testkit::read_file(path), learned);
+    EXPECT_EQ(folder_names(dir), std::vector<std::string>{"table.bin"});
+
+    EXPECT_EQ(VORLSaveTable(&host.res, (std::string(dir) + "/no/such/folder/t.bin").c_str()), VORL_ERR_TBL_WRITE);
+    EXPECT_EQ(VORLSaveTable(&host.res, nullptr), VORL_ERR_NULL);
+    EXPECT_EQ(VORLSaveTable(nullptr, path.c_str()), VORL_ERR_NULL);
+    std::remove(path.c_str());
+    rmdir(dir);
 }
 
 }  // namespace

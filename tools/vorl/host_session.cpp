@@ -1,6 +1,7 @@
 #include "host_session.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -60,14 +61,17 @@ LearnVerdict HostSession::learned_table() {
     v.faults = tablekit::learned_curve_faults(working_parameters());
     v.passed = v.faults.empty();
     if (!v.passed) return v;
-    VORLPostProcess(&res_);  // passes its check too, so writes the learned table
-    const std::string bytes = table_copy_.contents();
-    if (bytes.size() != sizeof v.table)
-        cli::input_error("cannot save the learned table: the library's copy of " + table_name_ + " could not be written");
-    std::memcpy(&v.table, bytes.data(), sizeof v.table);
-    if (std::memcmp(&v.table.st_vorl, &working_parameters(), sizeof(st_vorl)) != 0)
+    res_.p_tbl_path = nullptr;  // the library updates its image only; save_table writes the file
+    VORLPostProcess(&res_);     // passes its check too, so takes the learned curve
+    const auto &learned = working_parameters().zspec_comp_coef_f_LR_d;
+    if (std::memcmp(work().tbl.st_vorl.zspec_comp_coef_f_LR_d, learned, sizeof learned) != 0)
         cli::input_error("cannot save the learned table: the library did not write back what it learned");
     return v;
+}
+
+void HostSession::save_table(const std::string &path) const {
+    if (VORLSaveTable(&res_, path.c_str()) != VORL_OK)
+        cli::input_error(path + ": cannot save the learned table: " + std::strerror(errno));
 }
 
 void HostSession::print_table() const {

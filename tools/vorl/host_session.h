@@ -19,7 +19,6 @@ struct LearnVerdict {
     bool passed = false;                     // the curve passed the plausibility check
     uint32_t updates = 0;                    // learning updates applied this run
     std::vector<tablekit::CurveFault> faults;  // why it failed, empty when it passed
-    st_vorl_tbl table{};                     // when passed: the table to save
 };
 
 class HostSession {
@@ -44,9 +43,13 @@ public:
 
     // Ends the run: checks the learned curve the way the library's save
     // does and, only when it passes, has the library write the learned
-    // table back (with this run's count and a fresh checksum). The session
-    // is finished afterwards.
+    // table back into its image (with this run's count and a fresh
+    // checksum). The session is finished afterwards.
     LearnVerdict learned_table();
+
+    // After a passing learned_table: saves the library's table image to
+    // `path` atomically (VORLSaveTable). Input error when it cannot.
+    void save_table(const std::string &path) const;
 
     // The library's parameter dump of the loaded table, on standard output.
     void print_table() const;
@@ -59,7 +62,7 @@ private:
     const VORLWorkArea &work() const;
 
     std::string table_name_;
-    ScratchFile table_copy_;         // the library reads and rewrites its table by path
+    ScratchFile table_copy_;         // the library reads its table by path
     std::vector<uint64_t> storage_;  // 8-byte aligned work area
     VORLResource res_{};
     bool follow_af_ = false;

@@ -6,6 +6,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "vorl.h"
 
 namespace {
 
@@ -56,11 +57,19 @@ void print_help(std::FILE *to) {
                to);
     print_commands(to, "");
     for (const Group &g : kGroups) print_commands(to, g.name);
-    std::fputs("\n\"vorl COMMAND --help\" describes a command and all its options.\n\n"
+    std::fputs("\n\"vorl COMMAND --help\" describes a command and all its options;\n"
+               "\"vorl --version\" prints the tool's and the library's version.\n\n"
                "Example:\n  vorl process take1.wav take1-clean.wav --zoom-in 2-4.5 --zoom-out 7-8\n\n"
                "Exit status: 0 success, 1 usage error, 2 input, output or table error,\n"
                "3 the recording was processed but the learned table was discarded.\n",
                to);
+}
+
+// The tool's version (the headers it was built with) and the library's.
+void print_version() {
+    const uint32_t lib = VORLGetVersion();
+    std::printf("vorl %d.%d.%d (libvorl %u.%u.%u)\n", VORL_VERSION_MAJOR, VORL_VERSION_MINOR, VORL_VERSION_PATCH,
+                (lib >> 16) & 0xffu, (lib >> 8) & 0xffu, lib & 0xffu);
 }
 
 bool is_help(const std::string &arg) { return arg == "-h" || arg == "--help" || arg == "help"; }
@@ -73,6 +82,10 @@ int dispatch(int argc, char **argv) {
     const std::string word = argv[1];
     if (is_help(word)) {
         print_help(stdout);
+        return vorl::cli::kExitOk;
+    }
+    if (word == "--version") {
+        print_version();
         return vorl::cli::kExitOk;
     }
     for (const Command &c : kCommands)

@@ -213,7 +213,7 @@ int output_format(const Options &o, const AudioReader &in) {
 int report_learning(const Options &o, HostSession &session) {
     const LearnVerdict v = session.learned_table();
     if (v.passed) {
-        write_table(o.learn, v.table);
+        session.save_table(o.learn);
         if (!o.quiet)
             std::fprintf(stderr, "vorl: learned table saved to %s (%u update%s)\n", o.learn.c_str(), v.updates,
                          v.updates == 1 ? "" : "s");
