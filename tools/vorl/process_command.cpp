@@ -20,7 +20,7 @@
 #include "host_session.h"
 #include "pending_file.h"
 #include "progress.h"
-#include "resampler.h"
+#include "rate_bridge.h"
 #include "table_checksum.h"
 #include "table_rules.h"
 #include "table_store.h"
@@ -244,80 +244,6 @@ void run_at_input_rate(AudioReader &in, EngineStream &engine, Progress &progress
     }
 }
 
-// IN at another rate: resampled to the tuned rate for the engine, and its
-// output back to IN's rate for OUT, written through `write_out`.
-class RateBridge {
-public:
-    RateBridge(int rate, bool keep_length, AudioWriter &out, bool float_out)
-        : down_(kTunedRate, rate), keep_length_(keep_length), out_(out), float_out_(float_out) {}
-
-    // The engine's sink: 16-bit frames at the tuned rate.
-    void take(const int16_t *p, std::size_t frames) {
-        as_float_.resize(2 * frames);
-        for (std::size_t i = 0; i < 2 * frames; ++i) as_float_[i] = p[i] / 32768.0f;
-        down_.push(as_float_.data(), frames, pending_);
-        flush(limit_);
-    }
-
-    // Runs IN through the engine; returns when all of OUT is written.
-    void run(AudioReader &in, EngineStream &engine, Progress &progress) {
-        Resampler up(in.sample_rate(), kTunedRate);
-        Requantizer to_16bit(true);  // resampled values lie between the steps
-        std::vector<float> buf(2 * kReadFrames), up_out;
-        std::vector<int16_t> engine_in;
-        auto feed = [&] {
-            engine_in.resize(up_out.size());
-            for (std::size_t i = 0; i < up_out.size(); ++i) engine_in[i] = to_16bit(up_out[i]);
-            engine.push(engine_in.data(), engine_in.size() / 2);
-            up_out.clear();
-        };
-        while (const std::size_t n = in.read(buf.data(), kReadFrames)) {
-            limit_ = in.frames_read();  // OUT never runs ahead of IN
-            up.push(buf.data(), n, up_out);
-            feed();
-            progress.update(in.frames_read());
-        }
-        up.finish(up_out);
-        feed();
-        engine.finish();
-        down_.finish(pending_);
-        flush(limit_);
-        if (keep_length_) {  // the filters' rounding: OUT has IN's length exactly
-            pending_.assign(2 * static_cast<std::size_t>(std::max<int64_t>(0, limit_ - written_)), 0.0f);
-            flush(limit_);
-        }
-        input_clipped_ = to_16bit.clipped();
-    }
-
-    uint64_t input_clipped() const { return input_clipped_; }  // going into the engine
-    uint64_t output_clipped() const { return out_16bit_.clipped(); }
-
-private:
-    void flush(int64_t limit) {
-        std::size_t frames = pending_.size() / 2;
-        if (keep_length_) frames = static_cast<std::size_t>(std::clamp<int64_t>(limit - written_, 0, frames));
-        if (float_out_) {
-            out_.write(pending_.data(), frames);
-        } else {
-            out16_.resize(2 * frames);
-            for (std::size_t i = 0; i < 2 * frames; ++i) out16_[i] = out_16bit_(pending_[i]);
-            out_.write(out16_.data(), frames);
-        }
-        written_ += static_cast<int64_t>(frames);
-        pending_.clear();
-    }
-
-    Resampler down_;
-    bool keep_length_;
-    AudioWriter &out_;
-    bool float_out_;
-    Requantizer out_16bit_{true};
-    std::vector<float> as_float_, pending_;
-    std::vector<int16_t> out16_;
-    int64_t limit_ = 0, written_ = 0;
-    uint64_t input_clipped_ = 0;
-};
-
 }  // namespace
 
 int run_process(int argc, char **argv, int first) {
@@ -377,11 +303,13 @@ int run_process(int argc, char **argv, int first) {
     Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
     std::unique_ptr<RateBridge> bridge;
-    if (resample) bridge = std::make_unique<RateBridge>(rate, !o.raw, out, (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
+    if (resample)
+        bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, out,
+                                              (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
     EngineStream engine(session, o.drive, engine_rate, o.dc_cut, o.raw,
                         [&](const int16_t *p, std::size_t n) { bridge ? bridge->take(p, n) : out.write(p, n); });
     if (bridge)
-        bridge->run(in, engine, progress);
+        bridge->run(in, engine, progress, kReadFrames);
     else
         run_at_input_rate(in, engine, progress);
     if (in.frames_read() == 0) cli::input_error(in.name() + ": holds no audio samples");
