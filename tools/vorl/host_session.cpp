@@ -70,7 +70,7 @@ LearnVerdict HostSession::learned_table() {
 }
 
 void HostSession::save_table(const std::string &path) const {
-    if (VORLSaveTable(&res_, path.c_str()) != VORL_OK)
+    if (VORLSaveTable(&res_, resolve_links(path).c_str()) != VORL_OK)  // through symbolic links, as outputs
         cli::input_error(path + ": cannot save the learned table: " + std::strerror(errno));
 }
 

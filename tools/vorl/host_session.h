@@ -48,7 +48,8 @@ public:
     LearnVerdict learned_table();
 
     // After a passing learned_table: saves the library's table image to
-    // `path` atomically (VORLSaveTable). Input error when it cannot.
+    // `path` (through symbolic links) atomically with VORLSaveTable. Input
+    // error when it cannot.
     void save_table(const std::string &path) const;
 
     // The library's parameter dump of the loaded table, on standard output.

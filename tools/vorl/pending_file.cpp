@@ -68,22 +68,6 @@ std::string name_of(const std::string &path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// The file a path finally names, following symbolic links (the last one
-// may dangle: the output then creates its target).
-std::string resolve_links(const std::string &path) {
-    std::string p = path;
-    for (int depth = 0; depth < 40; ++depth) {
-        struct stat st;
-        if (lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return p;
-        char buf[4096];
-        const ssize_t n = readlink(p.c_str(), buf, sizeof buf);
-        if (n <= 0 || n == static_cast<ssize_t>(sizeof buf)) return p;
-        const std::string to(buf, static_cast<std::size_t>(n));
-        p = to[0] == '/' ? to : folder_of(p) + "/" + to;
-    }
-    cli::input_error(path + ": too many levels of symbolic links");
-}
-
 // Named temporaries are PREFIX + PID + "-" + six characters. One whose
 // process no longer exists, owned by this user, is left over from a killed
 // run of this tool: remove it.
@@ -130,6 +114,20 @@ int open_unnamed(const std::string &dir, mode_t mode) {
 }
 
 }  // namespace
+
+std::string resolve_links(const std::string &path) {
+    std::string p = path;
+    for (int depth = 0; depth < 40; ++depth) {
+        struct stat st;
+        if (lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return p;
+        char buf[4096];
+        const ssize_t n = readlink(p.c_str(), buf, sizeof buf);
+        if (n <= 0 || n == static_cast<ssize_t>(sizeof buf)) return p;
+        const std::string to(buf, static_cast<std::size_t>(n));
+        p = to[0] == '/' ? to : folder_of(p) + "/" + to;
+    }
+    cli::input_error(path + ": too many levels of symbolic links");
+}
 
 PendingFile::PendingFile(std::string destination)
     : destination_(std::move(destination)), target_(resolve_links(destination_)) {
@@ -274,21 +272,6 @@ void ScratchFile::append_all_from(int fd, const std::string &what) {
         if (n == 0) return;
         append(buf.data(), static_cast<std::size_t>(n));
     }
-}
-
-std::string ScratchFile::contents() const {
-    struct stat st;
-    if (fstat(fd_, &st) != 0) return "";
-    std::string bytes(static_cast<std::size_t>(st.st_size), '\0');
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = pread(fd_, &bytes[done], bytes.size() - done, static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
-    bytes.resize(done);
-    return bytes;
 }
 
 void ScratchFile::copy_to(int fd, const std::string &what) const {

@@ -50,7 +50,7 @@ Replace replace_policy(const cli::ParsedArgs &args);
 // Usage error when `path` exists and may not be replaced.
 void check_replace(const std::string &path, Replace policy);
 
-// A private working file that a library reads and writes by path (the
+// A private working file that a library reads by path (the
 // tuning table's copy), gone when the run ends. Where the file system can
 // (O_TMPFILE), it never has a name, so even a killed run leaves nothing.
 class ScratchFile {
@@ -68,7 +68,6 @@ public:
     // Appends everything that can be read from `fd` (a pipe) until its end;
     // `what` names the source in errors.
     void append_all_from(int fd, const std::string &what);
-    std::string contents() const;  // the whole file as it is now
     // Copies the whole file to `fd`; `what` names the destination in errors.
     void copy_to(int fd, const std::string &what) const;
 
@@ -88,6 +87,10 @@ std::string system_temp_dir();
 bool same_file(const std::string &a, const std::string &b);
 
 bool file_exists(const std::string &path);
+
+// The file a path finally names, following symbolic links (the last one
+// may dangle: writing it then creates its target).
+std::string resolve_links(const std::string &path);
 
 // Whole-file read; input error naming the file on failure.
 std::string read_file(const std::string &path, const std::string &what);
