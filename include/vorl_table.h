@@ -115,11 +115,12 @@ struct st_vorl_tbl {
  * names the image), inst the engine instance record. */
 
 /* Reads VORL_TBL_SIZE bytes of the file at path into *image. -1 only if the
- * file cannot be opened; a short file leaves the rest of *image as it was
- * (the checksum test then rejects it). */
+ * file cannot be opened (or path is null); a short file leaves the rest of
+ * *image as it was (the checksum test then rejects it). */
 VORL_API int32_t sound_vorl_read_tbl(const char *path, st_vorl_tbl *image);
 /* Writes *image (VORL_TBL_SIZE bytes) to path, truncating the file. -1 only
- * if the file cannot be opened for writing; a failed write is not seen. */
+ * if the file cannot be opened for writing (or path is null); a failed write
+ * is not seen. VORLSaveTable (vorl.h) writes atomically. */
 VORL_API int32_t sound_vorl_write_tbl(const char *path, const st_vorl_tbl *image);
 /* 0 if the image's check_sum equals the sum of its words 0..1044 (modulo
  * 2^32), else -1. Reads only. */

@@ -64,6 +64,9 @@ TEST_F(TableFile, UnopenableFilesReportMinusOneAndLeaveTheImage) {
     EXPECT_EQ(sound_vorl_read_tbl("/nonexistent/dir/table.bin", &image), -1);
     EXPECT_EQ(std::memcmp(&image, &before, sizeof image), 0);
     EXPECT_EQ(sound_vorl_write_tbl("/nonexistent/dir/table.bin", &image), -1);
+    EXPECT_EQ(sound_vorl_read_tbl(nullptr, &image), -1);
+    EXPECT_EQ(std::memcmp(&image, &before, sizeof image), 0);
+    EXPECT_EQ(sound_vorl_write_tbl(nullptr, &image), -1);
 }
 
 TEST_F(TableFile, CheckReportsEveryNodeAboveItsLimitInOrder) {
