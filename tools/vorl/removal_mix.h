@@ -21,8 +21,9 @@ public:
 
     // The library's output for the next `frames` frames: rewritten as
     // in + strength × (out − in), rounded to nearest; `removed`, when not
-    // null, receives in − (the rewritten out), saturated. The input before
-    // the first frame taken counts as silence, as the library's does.
+    // null, receives in − (the rewritten out), saturated. Input before the
+    // first frame taken and after the last counts as silence, as the
+    // library was given.
     void apply(int16_t *out, int16_t *removed, std::size_t frames);
 
 private:
