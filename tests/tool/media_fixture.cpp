@@ -32,6 +32,7 @@ void make_clip(const std::string &path, const ClipSpec &spec) {
     if (spec.video) cmd += " -f lavfi -i testsrc=size=160x120:rate=25:duration=2";
     cmd += " -f lavfi -i 'aevalsrc=" + channels + ":s=48000:d=2'";
     if (spec.video) cmd += " -c:v libx264 -preset veryfast -bf 2 -pix_fmt yuv420p";
+    if (spec.timecode) cmd += " -timecode 01:00:00:00";
     cmd += " -c:a " + spec.audio_codec + " -metadata title='Take 7' -metadata:s:a:0 language=eng '" + path + "'";
     if (std::system(cmd.c_str()) != 0) throw std::runtime_error("ffmpeg could not make " + path);
 }

@@ -13,6 +13,7 @@ struct ClipSpec {
     std::string audio_codec = "aac";  // ffmpeg encoder name
     int channels = 2;
     bool video = true;
+    bool timecode = false;  // a timecode track starting 01:00:00:00 (MOV)
 };
 
 // Writes a 2 s clip at `path` (the container from its extension): H.264

@@ -253,6 +253,7 @@ MediaWriter::MediaWriter(const MediaReader &source, const std::string &destinati
     add_streams();
     copy_chapters();
     av_dict_copy(&output_->metadata, source_->metadata, 0);
+    av_dict_copy(&output_->metadata, timecode_, AV_DICT_DONT_OVERWRITE);
 
     fd_ = file_.duplicate_fd();
     constexpr int kBuffer = 1 << 16;
@@ -269,6 +270,7 @@ MediaWriter::MediaWriter(const MediaReader &source, const std::string &destinati
 MediaWriter::~MediaWriter() {
     close_output();  // the PendingFile then drops the file
     avformat_free_context(output_);
+    av_dict_free(&timecode_);
     avformat_close_input(&source_);
     avcodec_free_context(&encoder_);
     swr_free(&swr_);
@@ -378,12 +380,22 @@ void MediaWriter::open_encoder(const MediaReader &source, int sample_rate, const
 }
 
 // One output stream per source stream, in the same order: the audio stream
-// from the encoder, the others as copies of the source's.
+// from the encoder, the others as copies of the source's. A MOV timecode
+// track is the exception: no container takes it as a stream, so its start
+// is kept as the "timecode" tag, from which MP4/MOV write a new one.
 void MediaWriter::add_streams() {
     for (unsigned i = 0; i < source_->nb_streams; ++i) {
         const AVStream *in = source_->streams[i];
+        const AVCodecParameters *par = in->codecpar;
+        if (par->codec_type == AVMEDIA_TYPE_DATA && par->codec_tag == MKTAG('t', 'm', 'c', 'd')) {
+            const AVDictionaryEntry *tc = av_dict_get(in->metadata, "timecode", nullptr, 0);
+            if (tc != nullptr) av_dict_set(&timecode_, "timecode", tc->value, AV_DICT_DONT_OVERWRITE);
+            out_index_.push_back(-1);
+            continue;
+        }
         AVStream *out = avformat_new_stream(output_, nullptr);
         if (out == nullptr) throw std::bad_alloc();
+        out_index_.push_back(out->index);
         av_dict_copy(&out->metadata, in->metadata, 0);
         out->disposition = in->disposition;
         if (static_cast<int>(i) == audio_) {
@@ -391,7 +403,6 @@ void MediaWriter::add_streams() {
             out->time_base = encoder_->time_base;
             continue;
         }
-        const AVCodecParameters *par = in->codecpar;
         if (avformat_query_codec(output_->oformat, par->codec_id, FF_COMPLIANCE_NORMAL) == 0)
             cli::usage_error(file_.destination() + ": the " + output_->oformat->name + " container cannot hold " +
                              "stream " + std::to_string(i) + " (" + avcodec_get_name(par->codec_id) +
@@ -492,8 +503,9 @@ void MediaWriter::send(AVFrame *frame) {
     int status = avcodec_send_frame(encoder_, frame);
     if (status < 0) fail("audio encoding failed", status);
     while ((status = avcodec_receive_packet(encoder_, packet_)) == 0) {
-        av_packet_rescale_ts(packet_, encoder_->time_base, output_->streams[audio_]->time_base);
-        packet_->stream_index = audio_;
+        const int out = out_index_[static_cast<std::size_t>(audio_)];
+        av_packet_rescale_ts(packet_, encoder_->time_base, output_->streams[out]->time_base);
+        packet_->stream_index = out;
         copy_until(packet_);
         status = av_interleaved_write_frame(output_, packet_);
         if (status < 0) fail("write failed", status);
@@ -505,14 +517,15 @@ void MediaWriter::send(AVFrame *frame) {
 // after `audio` in time, so that the muxer receives all streams
 // interleaved; with nullptr, copies all that are left.
 void MediaWriter::copy_until(const AVPacket *audio) {
-    const AVRational audio_base = output_->streams[audio_]->time_base;
+    const AVRational audio_base = output_->streams[out_index_[static_cast<std::size_t>(audio_)]]->time_base;
     while (!source_done_) {
         if (!has_pending_) {
             int status;
             do {
                 av_packet_unref(pending_);
                 status = av_read_frame(source_, pending_);
-            } while (status >= 0 && pending_->stream_index == audio_);
+            } while (status >= 0 && (pending_->stream_index == audio_ ||
+                                     out_index_[static_cast<std::size_t>(pending_->stream_index)] < 0));
             if (status == AVERROR_EOF) {
                 source_done_ = true;
                 break;
@@ -525,6 +538,7 @@ void MediaWriter::copy_until(const AVPacket *audio) {
         if (audio != nullptr && at != AV_NOPTS_VALUE &&
             av_compare_ts(at, in->time_base, audio->dts, audio_base) > 0)
             break;
+        pending_->stream_index = out_index_[static_cast<std::size_t>(pending_->stream_index)];
         av_packet_rescale_ts(pending_, in->time_base, output_->streams[pending_->stream_index]->time_base);
         pending_->pos = -1;
         const int status = av_interleaved_write_frame(output_, pending_);  // takes the packet, leaves it blank

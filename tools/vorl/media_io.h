@@ -13,6 +13,7 @@
 #include "pending_file.h"
 #include "sample_stream.h"
 
+struct AVDictionary;
 struct AVFormatContext;
 struct AVCodecContext;
 struct AVFrame;
@@ -139,6 +140,8 @@ private:
     AVFrame *frame_ = nullptr;
     AVPacket *pending_ = nullptr;  // the next source packet to copy, if read
     AVPacket *packet_ = nullptr;
+    std::vector<int> out_index_;        // each source stream's output stream, -1 if left out
+    AVDictionary *timecode_ = nullptr;  // a left-out timecode track's start
     bool has_pending_ = false, source_done_ = false;
 };
 
