@@ -94,6 +94,16 @@ int64_t parse_bit_rate(const std::string &text) {
 // --- Reading ---------------------------------------------------------------
 
 MediaReader::MediaReader(const std::string &path) : path_(path) {
+    try {
+        open();
+    } catch (...) {
+        release();  // a constructor that throws gets no destructor
+        throw;
+    }
+}
+
+void MediaReader::open() {
+    const std::string &path = path_;
     quiet_ffmpeg();
     if (!file_exists(path)) cli::input_error(path + ": no such file");
     int status = avformat_open_input(&format_, path.c_str(), nullptr, nullptr);
@@ -125,7 +135,9 @@ MediaReader::MediaReader(const std::string &path) : path_(path) {
     if (channels_ == 2 && !decode_more()) cli::input_error(path + ": its audio stream holds no samples");
 }
 
-MediaReader::~MediaReader() {
+MediaReader::~MediaReader() { release(); }
+
+void MediaReader::release() {
     swr_free(&swr_);
     av_frame_free(&frame_);
     av_packet_free(&packet_);
@@ -236,6 +248,16 @@ void MediaReader::convert(const AVFrame *frame) {
 MediaWriter::MediaWriter(const MediaReader &source, const std::string &destination, int sample_rate,
                          const AudioEncoding &encoding)
     : file_(destination), source_path_(source.name()), audio_(source.audio_stream()) {
+    try {
+        open(source, destination, sample_rate, encoding);
+    } catch (...) {
+        release();  // a constructor that throws gets no destructor
+        throw;
+    }
+}
+
+void MediaWriter::open(const MediaReader &source, const std::string &destination, int sample_rate,
+                       const AudioEncoding &encoding) {
     int status = avformat_open_input(&source_, source_path_.c_str(), nullptr, nullptr);
     if (status >= 0) status = avformat_find_stream_info(source_, nullptr);
     if (status < 0) cli::input_error(source_path_ + ": cannot read as a video file: " + av_error(status));
@@ -267,14 +289,18 @@ MediaWriter::MediaWriter(const MediaReader &source, const std::string &destinati
     if (status < 0) fail("cannot write the container's header", status);
 }
 
-MediaWriter::~MediaWriter() {
-    close_output();  // the PendingFile then drops the file
+MediaWriter::~MediaWriter() { release(); }  // the PendingFile then drops the file
+
+void MediaWriter::release() {
+    close_output();
     avformat_free_context(output_);
+    output_ = nullptr;
     av_dict_free(&timecode_);
     avformat_close_input(&source_);
     avcodec_free_context(&encoder_);
     swr_free(&swr_);
     if (fifo_ != nullptr) av_audio_fifo_free(fifo_);
+    fifo_ = nullptr;
     av_frame_free(&frame_);
     av_packet_free(&packet_);
     av_packet_free(&pending_);

@@ -67,6 +67,8 @@ public:
     int64_t start_pts() const { return start_pts_; }
 
 private:
+    void open();
+    void release();
     bool decode_more();  // false at the end of the stream
     void convert(const AVFrame *frame);
 
@@ -116,6 +118,9 @@ public:
     void commit() override;
 
 private:
+    void open(const MediaReader &source, const std::string &destination, int sample_rate,
+              const AudioEncoding &encoding);
+    void release();
     void open_encoder(const MediaReader &source, int sample_rate, const AudioEncoding &encoding);
     void add_streams();
     void copy_chapters();
