@@ -167,9 +167,9 @@ std::size_t MediaReader::read(int16_t *out, std::size_t n) {
 }
 
 std::size_t MediaReader::read(float *out, std::size_t n) {
-    std::vector<int16_t> samples(2 * n);
-    const std::size_t got = read(samples.data(), n);
-    for (std::size_t i = 0; i < 2 * got; ++i) out[i] = samples[i] / 32768.0f;
+    as_16bit_.resize(2 * n);
+    const std::size_t got = read(as_16bit_.data(), n);
+    for (std::size_t i = 0; i < 2 * got; ++i) out[i] = as_16bit_[i] / 32768.0f;
     return got;
 }
 

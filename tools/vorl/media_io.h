@@ -83,6 +83,7 @@ private:
     bool draining_ = false, ended_ = false;
     std::vector<int16_t> buffered_;  // converted frames not yet read
     std::size_t taken_ = 0;          // samples of buffered_ already read
+    std::vector<int16_t> as_16bit_;  // for read(float *)
 };
 
 // How the new audio is encoded. Empty / 0 choose from the source: PCM stays

@@ -257,10 +257,16 @@ std::unique_ptr<SampleReader> open_input(const std::string &path) {
     return std::make_unique<AudioReader>(path, /*dither=*/true);
 }
 
+// True when `path` is written as a video: named so, and not typed with -t.
+bool is_video_output(const Options &o, const std::string &path) {
+    return path != "-" && (path != o.out || o.type.empty()) && is_video_container(path);
+}
+
 // An audio output's format: the container --type (for OUT) or the name's
 // extension says, holding 16-bit PCM, or an audio file IN's wider sample
-// format where the container can.
+// format where the container can; 0 for a video output.
 int output_format(const Options &o, const std::string &path, const SampleReader &in) {
+    if (is_video_output(o, path)) return 0;
     const int major = o.type.empty() || path != o.out ? format_for_extension(path) : format_for_type(o.type);
     std::vector<int> subs{SF_FORMAT_PCM_16};
     const auto *file = dynamic_cast<const AudioReader *>(&in);
@@ -276,11 +282,11 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
                      ": this container cannot hold PCM audio; use .wav, .flac, .aiff, ...");
 }
 
-// An output recording: a copy of the video IN with the new audio when its
-// name says so, else an audio file in `format`.
+// An output recording: a copy of the video IN with the new audio, or an
+// audio file in `format` (output_format's).
 std::unique_ptr<SampleWriter> open_output(const Options &o, const std::string &path, const SampleReader &in,
                                           int format) {
-    if (path != "-" && (path != o.out || o.type.empty()) && is_video_container(path))
+    if (is_video_output(o, path))
         return std::make_unique<MediaWriter>(dynamic_cast<const MediaReader &>(in), path, in.sample_rate(), o.encoding);
     return std::make_unique<AudioWriter>(path, in.sample_rate(), format);
 }
@@ -379,17 +385,16 @@ int run_process(int argc, char **argv, int first) {
     if (resample && !o.removed.empty())
         cli::usage_error("--removed needs IN at 48000 Hz or --no-resample; --output removed gives the removed "
                          "sound at " + std::to_string(rate) + " Hz in a run of its own");
-    const bool out_is_audio = o.out == "-" || !o.type.empty() || !is_video_container(o.out);
-    const int format = out_is_audio ? output_format(o, o.out, in) : 0;
+    const int format = output_format(o, o.out, in);
     const std::unique_ptr<SampleWriter> out = open_output(o, o.out, in, format);
     const std::unique_ptr<SampleWriter> removed =
-        o.removed.empty() ? nullptr : open_output(o, o.removed, in, is_video_container(o.removed) ? 0 : output_format(o, o.removed, in));
+        o.removed.empty() ? nullptr : open_output(o, o.removed, in, output_format(o, o.removed, in));
     Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
     std::unique_ptr<RateBridge> bridge;
     if (resample)
         bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, *out,
-                                              out_is_audio && (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
+                                              format != 0 && (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
     const EngineStream::Sink to_out = [&](const int16_t *p, std::size_t n) {
         bridge ? bridge->take(p, n) : out->write(p, n);
     };
