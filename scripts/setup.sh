@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev         # unit tests
   libbenchmark-dev libfftw3-dev libkissfft-dev # benchmarks, reference FFTs
   libsndfile1-dev libsoxr-dev nlohmann-json3-dev  # the vorl tool
+  libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg  # video files
   libespeak-ng-dev espeak-ng-data              # speech in the test scenes
   help2man                                     # the tool's man page
   clang libclang-rt-14-dev llvm                # fuzzers and sanitizers

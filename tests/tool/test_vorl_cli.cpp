@@ -14,6 +14,8 @@
 #include <unistd.h>
 
 #include "cli_harness.h"
+#include "media_fixture.h"
+#include "media_io.h"
 #include "vorl.h"
 
 namespace vorl::test {
@@ -152,6 +154,11 @@ TEST(VorlProcess, UsageErrorsExitWithOne) {
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.unknownext"}).exit_code, 1);
     EXPECT_EQ(box.vorl({"process", "in.wav", "-"}).exit_code, 1);  // standard output needs -t
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "-t", "nosuchtype"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--strength", "1.5"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--output", "noise"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--removed", "in.wav"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--audio-codec", "aac"}).exit_code, 1);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "out.mp4"}).exit_code, 1);  // no video to copy
     EXPECT_EQ(box.files(), std::vector<std::string>{"in.wav"});
 }
 
@@ -476,6 +483,97 @@ TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
     EXPECT_TRUE(contains(r.err, "clipped converting to 16-bit")) << r.err;
     EXPECT_EQ(audio_info(box.path("out.aiff")).format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
     EXPECT_EQ(audio_info(box.path("out.aiff")).frames, 4800);
+}
+
+// --strength mixes the time-aligned input back in; --removed and --output
+// removed give what was taken away. Checked where the library removes the
+// most: a zoom drive over a sweep.
+TEST(VorlProcess, StrengthAndRemovedSplitTheInputSampleBySample) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, sweep);
+    const std::vector<std::string> drive{"--zoom-in", "0.2-0.8"};
+    auto run = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"process", "in.wav"});
+        args.insert(args.end(), drive.begin(), drive.end());
+        const RunResult r = box.vorl(args);
+        EXPECT_EQ(r.exit_code, 0) << r.err;
+    };
+    run({"full.wav"});
+    run({"one.wav", "--strength", "1", "--removed", "removed.wav"});
+    run({"zero.wav", "--strength", "0"});
+    run({"raw-zero.wav", "--strength", "0", "--raw"});
+    run({"only-removed.wav", "--output", "removed"});
+    EXPECT_EQ(read_bytes(box.path("one.wav")), read_bytes(box.path("full.wav")));
+    EXPECT_EQ(read_bytes(box.path("only-removed.wav")), read_bytes(box.path("removed.wav")));
+
+    const auto in = read_audio(box.path("in.wav")), out = read_audio(box.path("full.wav"));
+    const auto removed = read_audio(box.path("removed.wav"));
+    EXPECT_EQ(read_audio(box.path("zero.wav")), in);
+    ASSERT_EQ(removed.size(), in.size());
+    for (std::size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i] + removed[i], in[i]) << i;
+    EXPECT_GT(energy(removed, 0, 48000), 0.01 * energy(in, 0, 48000));  // the drive's noise was taken
+
+    // --raw keeps the library's delay, with the input where its output is.
+    const auto raw = read_audio(box.path("raw-zero.wav"));
+    const std::size_t delay = 2 * VORL_DELAY_FRAMES;
+    ASSERT_GE(raw.size(), in.size());
+    EXPECT_EQ(std::vector<int16_t>(raw.begin(), raw.begin() + delay), std::vector<int16_t>(delay, 0));
+    EXPECT_TRUE(std::equal(raw.begin() + delay, raw.end(), in.begin()));
+}
+
+std::vector<int16_t> video_sound(const std::string &path) {
+    MediaReader reader(path);
+    std::vector<int16_t> all(2 * 48000 * 3);
+    all.resize(2 * reader.read(all.data(), all.size() / 2));
+    return all;
+}
+
+// A camera clip: the picture's packets come out as they went in, the new
+// sound is the processed sound (as an audio output gives it), in time, and
+// the clip's title stays.
+TEST(VorlProcess, VideoGetsNewSoundAndKeepsEverythingElse) {
+    Sandbox box;
+    make_clip(box.path("clip.mp4"));
+    for (const char *out : {"out.mp4", "ref.flac"}) {
+        const RunResult r = box.vorl({"process", "clip.mp4", out, "--zoom-in", "0.8-1.2"});
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+    }
+    const ContainerRecord a = inspect(box.path("clip.mp4")), b = inspect(box.path("out.mp4"));
+    ASSERT_EQ(b.streams.size(), 2u);
+    EXPECT_EQ(b.tags.at("title"), "Take 7");
+    const int den = a.streams[0].time_base_den;
+    ASSERT_FALSE(a.streams[0].packets.empty());
+    EXPECT_EQ(packets_in(a.streams[0], den), packets_in(b.streams[0], den));
+    EXPECT_EQ(b.streams[1].codec, "aac");
+    const double aac_frame = 1024.0 / 48000;
+    EXPECT_NEAR(b.streams[1].start, a.streams[1].start, aac_frame);
+    EXPECT_NEAR(b.streams[1].duration, a.streams[1].duration, aac_frame);
+
+    // The AAC-coded result against the lossless one: no shift, and close.
+    const auto coded = video_sound(box.path("out.mp4")), ref = read_audio(box.path("ref.flac"));
+    ASSERT_NEAR(coded.size(), ref.size(), 2 * 1024);
+    auto error = [&](int lag) {
+        double e = 0;
+        for (int64_t i = 2 * 24000; i < 2 * 72000; ++i) {
+            const double d = coded[i] - ref[i + 2 * lag];
+            e += d * d;
+        }
+        return e;
+    };
+    EXPECT_LT(error(0), 0.01 * energy(ref, 24000, 72000));
+    for (int lag : {-1024, -256, -1, 1, 256, 1024}) EXPECT_LT(error(0) * 10, error(lag)) << lag;
+
+    make_clip(box.path("mono.mp4"), {"aac", 1});
+    const RunResult mono = box.vorl({"process", "mono.mp4", "mono-out.mp4"});
+    EXPECT_EQ(mono.exit_code, 2);
+    EXPECT_TRUE(contains(mono.err, "mono.mp4: its audio stream has 1 channel")) << mono.err;
+    EXPECT_FALSE(file_exists(box.path("mono-out.mp4")));
+    const std::string whole = read_bytes(box.path("clip.mp4"));
+    write_bytes(box.path("cut.mp4"), whole.substr(0, whole.size() / 2));  // its index is at the end
+    const RunResult cut = box.vorl({"process", "cut.mp4", "cut-out.mp4"});
+    EXPECT_EQ(cut.exit_code, 2);
+    EXPECT_TRUE(contains(cut.err, "cut.mp4: cannot read as a video file")) << cut.err;
+    EXPECT_FALSE(file_exists(box.path("cut-out.mp4")));
 }
 
 }  // namespace

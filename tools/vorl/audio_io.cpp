@@ -15,8 +15,6 @@
 
 namespace vorl {
 
-namespace {
-
 std::string lower_extension(const std::string &path) {
     const auto slash = path.rfind('/');
     const auto dot = path.rfind('.');
@@ -25,6 +23,8 @@ std::string lower_extension(const std::string &path) {
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
     return ext;
 }
+
+namespace {
 
 uint32_t le32(const unsigned char *p) { return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24; }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pending_file.h"
+#include "sample_stream.h"
 
 struct sf_private_tag;
 
@@ -30,45 +31,45 @@ private:
     uint64_t clipped_ = 0;
 };
 
-class AudioReader {
+class AudioReader : public SampleReader {
 public:
     // Opens `path` ("-": standard input, read to its end first when it is a
     // pipe); input error naming the file if libsndfile cannot. Samples of
     // wider formats are reduced to 16 bits with TPDF dither when `dither`.
     explicit AudioReader(const std::string &path, bool dither = false);
-    ~AudioReader();
+    ~AudioReader() override;
     AudioReader(const AudioReader &) = delete;
     AudioReader &operator=(const AudioReader &) = delete;
 
-    const std::string &name() const { return name_; }  // the path, or "standard input"
+    const std::string &name() const override { return name_; }  // the path, or "standard input"
     int channels() const { return channels_; }
-    int sample_rate() const { return rate_; }
+    int sample_rate() const override { return rate_; }
     int format() const { return format_; }  // libsndfile's format word
     // The length before reading: what the header says, or what the file
     // holds when the header's length is a placeholder or too large.
-    int64_t frames() const { return frames_; }
+    int64_t frames() const override { return frames_; }
     bool is_16bit() const;
     bool is_wider_than_16bit() const;  // 24- or 32-bit PCM, float, double
     std::string format_name() const;  // e.g. "WAV (Microsoft), Signed 24 bit PCM"
 
     // Input error unless the file has two channels.
-    void require_stereo() const;
+    void require_stereo() const override;
 
     // Reads up to `n` frames as interleaved 16-bit samples; returns the
     // number read, 0 at the end. 16-bit input is passed as stored; other
     // formats are rounded (dithered) to 16 bits and clipped at full scale,
     // and clipped() counts the samples that were. A decoding error ends
     // the input (reported by premature_end()).
-    std::size_t read(int16_t *out, std::size_t n);
-    uint64_t clipped() const { return to_16bit_.clipped(); }
+    std::size_t read(int16_t *out, std::size_t n) override;
+    uint64_t clipped() const override { return to_16bit_.clipped(); }
     // The same as floats, full scale 1.0, as stored (no rounding).
-    std::size_t read(float *out, std::size_t n);
-    int64_t frames_read() const { return frames_read_; }
+    std::size_t read(float *out, std::size_t n) override;
+    int64_t frames_read() const override { return frames_read_; }
 
     // After the end: "premature end of file: 0.52 s of 20.00 s" (with the
     // decoder's complaint, if any) when fewer frames came than the header
     // promised; "" otherwise or when the header gives no real length.
-    std::string premature_end() const;
+    std::string premature_end() const override;
 
 private:
     std::string name_;
@@ -82,6 +83,9 @@ private:
     std::vector<double> wide_;
 };
 
+// A file name's extension in lower case, without the dot; "" if none.
+std::string lower_extension(const std::string &path);
+
 // libsndfile's major format for a type name ("wav", "flac", "aiff", ...),
 // 0 if none.
 int format_for_type(const std::string &type);
@@ -91,16 +95,16 @@ int format_for_extension(const std::string &path);
 // Writes stereo audio in `format` (libsndfile's major | sub format) from
 // 16-bit samples, through a PendingFile (nothing appears at the destination
 // until commit()), or to standard output when `destination` is "-".
-class AudioWriter {
+class AudioWriter : public SampleWriter {
 public:
     AudioWriter(const std::string &destination, int sample_rate, int format);
-    ~AudioWriter();
+    ~AudioWriter() override;
     AudioWriter(const AudioWriter &) = delete;
     AudioWriter &operator=(const AudioWriter &) = delete;
 
-    void write(const int16_t *interleaved, std::size_t frames);
-    void write(const float *interleaved, std::size_t frames);  // full scale 1.0
-    void commit();
+    void write(const int16_t *interleaved, std::size_t frames) override;
+    void write(const float *interleaved, std::size_t frames) override;  // full scale 1.0
+    void commit() override;
 
 private:
     std::string name_;

@@ -19,7 +19,14 @@ EngineStream::EngineStream(HostSession &session, const DriveSchedule &drive, int
     VORLDcCutInit(&dc_);
 }
 
+void EngineStream::mix(double strength, Sink removed) {
+    mix_ = std::make_unique<RemovalMix>(strength, kDelay);
+    removed_sink_ = std::move(removed);
+    removed_.resize(out_.size());
+}
+
 void EngineStream::push(const int16_t *in, std::size_t frames) {
+    if (mix_) mix_->take_input(in, frames);
     while (frames > 0) {
         const std::size_t n = std::min(frames, kChunk - filled_);
         std::memcpy(seen_.data() + 2 * (kDelay + filled_), in, 2 * n * sizeof(int16_t));
@@ -52,7 +59,11 @@ void EngineStream::run_chunk(bool at_end) {
         const int16_t v = out_[static_cast<std::size_t>(i)], was = seen_[static_cast<std::size_t>(i)];
         saturated_ += (v == 32767 || v == -32768) && v != was;
     }
-    if (upto > from) sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));
+    if (mix_) mix_->apply(out_.data(), removed_.data(), static_cast<std::size_t>(span));
+    if (upto > from) {
+        sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));
+        if (removed_sink_) removed_sink_(removed_.data() + 2 * from, static_cast<std::size_t>(upto - from));
+    }
     std::copy(seen_.begin() + 2 * span, seen_.begin() + 2 * (span + static_cast<int64_t>(kDelay)), seen_.begin());
     produced_ += span;
     filled_ = 0;

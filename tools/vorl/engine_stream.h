@@ -8,10 +8,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "drive_schedule.h"
 #include "host_session.h"
+#include "removal_mix.h"
 
 namespace vorl {
 
@@ -21,6 +23,12 @@ public:
 
     // `rate` is the rate the library runs at (for the drive ranges).
     EngineStream(HostSession &session, const DriveSchedule &drive, int rate, bool dc_cut, bool raw, Sink sink);
+
+    // Before the first push: the sink gets in + strength × (output − in)
+    // instead of the library's output, and `removed` (if set) gets what
+    // that took away, in − sink's frames, time-aligned alike (in: the
+    // frames pushed, before the DC cut).
+    void mix(double strength, Sink removed);
 
     void push(const int16_t *interleaved, std::size_t frames);  // any amount
     void finish();  // the input has ended
@@ -38,11 +46,12 @@ private:
     const DriveSchedule &drive_;
     int rate_;
     bool dc_cut_, raw_;
-    Sink sink_;
+    Sink sink_, removed_sink_;
+    std::unique_ptr<RemovalMix> mix_;
     VORLDcCutState dc_{};
     // What the library was given, VORL_DELAY_FRAMES behind the current
     // chunk: output frame k of a chunk comes from seen_ frame k.
-    std::vector<int16_t> seen_, out_;
+    std::vector<int16_t> seen_, out_, removed_;
     std::size_t filled_ = 0;  // frames of the current chunk
     int64_t frames_ = 0, blocks_ = 0, produced_ = 0;
     uint64_t saturated_ = 0;

@@ -18,6 +18,7 @@
 #include "drive_options.h"
 #include "engine_stream.h"
 #include "host_session.h"
+#include "media_io.h"
 #include "pending_file.h"
 #include "progress.h"
 #include "rate_bridge.h"
@@ -52,6 +53,12 @@ A WAV whose header has no real length (written to a pipe) is read to its
 end; input shorter than its header says is processed and reported. Tables
 are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
 noise reducer and back (libsoxr), so OUT has IN's rate and length.
+
+IN may also be a camera video (.mp4, .mov, .mkv, or a file FFmpeg finds to
+be one): its stereo audio stream is processed, and OUT, another video file,
+gets every other stream copied untouched (not re-encoded), the new audio in
+the original audio stream's place at the same start time, and the
+container's and streams' metadata. A video's OUT may also be an audio file.
 
 Tuning table:
   --table FILE        tuning table to use (default: the built-in table); a
@@ -102,6 +109,23 @@ Drive state (what the lens did; without any of these the file is idle):
                       nothing written) instead of a warning given before
                       processing starts
 
+Video output (OUT .mp4, .mov or .mkv):
+  --audio-codec NAME  the new audio's FFmpeg encoder, e.g. aac, alac, flac,
+                      pcm_s16le (default: PCM stays the same PCM, other
+                      audio becomes AAC)
+  --audio-bitrate R   its bit rate, e.g. 256k (default: the original
+                      stream's, or 192k when the file does not state it)
+
+How much is removed:
+  --strength S        0..1 (default 1): OUT = IN + S x (processed - IN),
+                      sample by sample, time-aligned; 1 is the library's
+                      output exactly, 0 gives back IN's 16-bit samples (at
+                      another rate: as resampled there and back)
+  --removed FILE      also write what was removed (IN - OUT) to FILE, in
+                      the format its name says, to listen to (IN at 48 kHz
+                      or with --no-resample)
+  --output WHAT       what OUT holds: "cleaned" (default) or "removed"
+
 Processing:
   --no-resample       process other rates as they are (with a warning: the
                       table's bands then lie at other frequencies)
@@ -134,7 +158,10 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 )";
 
 struct Options {
-    std::string in, out, table, learn, type;
+    std::string in, out, table, learn, type, removed;
+    double strength = 1;
+    bool out_is_removed = false;
+    AudioEncoding encoding;
     DriveSchedule drive;
     bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false, force = false;
     Replace replace = Replace::Ask;
@@ -144,14 +171,17 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"}})),
+                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"},
+                                            {"audio-codec", true}, {"audio-bitrate", true}, {"strength", true},
+                                            {"removed", true}, {"output", true}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
         std::exit(cli::kExitOk);
     }
     cli::expect_positional(args, 2, "process", "IN OUT [options]");
-    for (const char *once : {"table", "learn", "type"})
+    for (const char *once :
+         {"table", "learn", "type", "audio-codec", "audio-bitrate", "strength", "removed", "output"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
     Options o;
     o.in = args.positional[0];
@@ -168,6 +198,20 @@ Options parse(int argc, char **argv, int first) {
     o.force = args.has("force");
     o.drive = drive_from_args(args);
     o.replace = replace_policy(args);
+    o.removed = args.value("removed");
+    o.encoding.codec = args.value("audio-codec");
+    if (args.has("audio-bitrate") && (o.encoding.bit_rate = parse_bit_rate(args.value("audio-bitrate"))) == 0)
+        cli::usage_error("--audio-bitrate " + args.value("audio-bitrate") + ": not a bit rate (e.g. 192k)");
+    if (args.has("strength")) {
+        const std::string text = args.value("strength");
+        char *end = nullptr;
+        o.strength = std::strtod(text.c_str(), &end);
+        if (end == text.c_str() || *end != '\0' || !(o.strength >= 0 && o.strength <= 1))
+            cli::usage_error("--strength " + text + ": must be a number from 0 to 1");
+    }
+    const std::string what = args.has("output") ? args.value("output") : "cleaned";
+    if (what != "cleaned" && what != "removed") cli::usage_error("--output " + what + ": must be cleaned or removed");
+    o.out_is_removed = what == "removed";
     return o;
 }
 
@@ -183,21 +227,50 @@ void check_paths(const Options &o) {
         if (o.learn == o.out || same_file(o.learn, o.out))
             cli::usage_error(o.learn + ": --learn names the same file as the output recording");
     }
+    if (!o.removed.empty())
+        for (const std::string &other : {o.in, o.out, o.table, o.learn})
+            if (!other.empty() && (o.removed == other || same_file(o.removed, other)))
+                cli::usage_error(o.removed + ": --removed names a file the run reads or writes; choose another name");
     check_replace(o.out, o.replace);
     if (!o.learn.empty()) check_replace(o.learn, o.replace);
+    if (!o.removed.empty()) check_replace(o.removed, o.replace);
     if (!o.type.empty() && format_for_type(o.type) == 0)
         cli::usage_error("--type " + o.type + ": unknown audio type; use wav, flac, aiff, ...");
     if (o.type.empty() && o.out == "-") cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");
-    if (o.type.empty() && format_for_extension(o.out) == 0)
-        cli::usage_error(o.out + ": cannot tell the audio format from the file name; use .wav, .flac, .aiff, ... or --type");
+    const bool video_in = is_video_container(o.in);
+    for (const std::string &out : {o.out, o.removed}) {
+        const bool typed = out == o.out && !o.type.empty();
+        if (out.empty() || out == "-" || typed) continue;
+        if (is_video_container(out) && !video_in)
+            cli::usage_error(out + ": a video file's audio can only be replaced from a video input");
+        if (!is_video_container(out) && format_for_extension(out) == 0)
+            cli::usage_error(out + ": cannot tell the format from the file name; use .wav, .flac, .aiff, .mp4, ... or --type");
+    }
+    if ((!o.encoding.codec.empty() || o.encoding.bit_rate > 0) && !is_video_container(o.out) &&
+        !is_video_container(o.removed))
+        cli::usage_error("--audio-codec and --audio-bitrate apply to a video output (.mp4, .mov, .mkv)");
 }
 
-// OUT's format: the container --type or OUT's extension names, holding
-// 16-bit PCM, or the input's wider sample format where the container can.
-int output_format(const Options &o, const AudioReader &in) {
-    const int major = o.type.empty() ? format_for_extension(o.out) : format_for_type(o.type);
+// IN, read from an audio file or from a video's audio stream.
+std::unique_ptr<SampleReader> open_input(const std::string &path) {
+    if (path != "-" && is_video_container(path)) return std::make_unique<MediaReader>(path);
+    return std::make_unique<AudioReader>(path, /*dither=*/true);
+}
+
+// True when `path` is written as a video: named so, and not typed with -t.
+bool is_video_output(const Options &o, const std::string &path) {
+    return path != "-" && (path != o.out || o.type.empty()) && is_video_container(path);
+}
+
+// An audio output's format: the container --type (for OUT) or the name's
+// extension says, holding 16-bit PCM, or an audio file IN's wider sample
+// format where the container can; 0 for a video output.
+int output_format(const Options &o, const std::string &path, const SampleReader &in) {
+    if (is_video_output(o, path)) return 0;
+    const int major = o.type.empty() || path != o.out ? format_for_extension(path) : format_for_type(o.type);
     std::vector<int> subs{SF_FORMAT_PCM_16};
-    if (in.is_wider_than_16bit()) subs.insert(subs.begin(), in.format() & SF_FORMAT_SUBMASK);
+    const auto *file = dynamic_cast<const AudioReader *>(&in);
+    if (file != nullptr && file->is_wider_than_16bit()) subs.insert(subs.begin(), file->format() & SF_FORMAT_SUBMASK);
     for (int sub : subs) {
         SF_INFO info{};
         info.samplerate = in.sample_rate();
@@ -205,8 +278,17 @@ int output_format(const Options &o, const AudioReader &in) {
         info.format = major | sub;
         if (sf_format_check(&info)) return info.format;
     }
-    cli::usage_error((o.out == "-" ? std::string("standard output") : o.out) +
+    cli::usage_error((path == "-" ? std::string("standard output") : path) +
                      ": this container cannot hold PCM audio; use .wav, .flac, .aiff, ...");
+}
+
+// An output recording: a copy of the video IN with the new audio, or an
+// audio file in `format` (output_format's).
+std::unique_ptr<SampleWriter> open_output(const Options &o, const std::string &path, const SampleReader &in,
+                                          int format) {
+    if (is_video_output(o, path))
+        return std::make_unique<MediaWriter>(dynamic_cast<const MediaReader &>(in), path, in.sample_rate(), o.encoding);
+    return std::make_unique<AudioWriter>(path, in.sample_rate(), format);
 }
 
 // Says what became of the learning run; returns the exit code.
@@ -236,7 +318,7 @@ int report_learning(const Options &o, HostSession &session) {
 }
 
 // Feeds IN to the engine at IN's rate; the engine writes OUT directly.
-void run_at_input_rate(AudioReader &in, EngineStream &engine, Progress &progress) {
+void run_at_input_rate(SampleReader &in, EngineStream &engine, Progress &progress) {
     std::vector<int16_t> buf(2 * kReadFrames);
     while (const std::size_t n = in.read(buf.data(), kReadFrames)) {
         engine.push(buf.data(), n);
@@ -250,15 +332,17 @@ int run_process(int argc, char **argv, int first) {
     const Options o = parse(argc, argv, first);
     check_paths(o);
 
-    AudioReader in(o.in, /*dither=*/true);
+    const std::unique_ptr<SampleReader> source = open_input(o.in);
+    SampleReader &in = *source;
+    const auto *file_in = dynamic_cast<const AudioReader *>(source.get());
     in.require_stereo();
     const int rate = in.sample_rate();
     const bool resample = rate != kTunedRate && !o.no_resample;
     const int engine_rate = resample ? kTunedRate : rate;
     if (!o.quiet) {
-        if (!in.is_16bit())
-            cli::warn(in.name() + ": " + in.format_name() + " input is reduced to 16-bit for the noise reducer" +
-                      (in.is_wider_than_16bit() || resample ? " (TPDF dither)" : ""));
+        if (file_in != nullptr && !file_in->is_16bit())
+            cli::warn(in.name() + ": " + file_in->format_name() + " input is reduced to 16-bit for the noise reducer" +
+                      (file_in->is_wider_than_16bit() || resample ? " (TPDF dither)" : ""));
         if (rate != kTunedRate && !resample)
             cli::warn(in.name() + ": sample rate " + std::to_string(rate) + " Hz processed as it is (--no-resample); " +
                       (o.table.empty() ? "the built-in table is tuned for 48000 Hz"
@@ -298,16 +382,28 @@ int run_process(int argc, char **argv, int first) {
     HostSession session(table, table_name, o.pulse);
     if (o.drive.has_af()) session.follow_autofocus_word();
 
-    const int format = output_format(o, in);
-    AudioWriter out(o.out, rate, format);
+    if (resample && !o.removed.empty())
+        cli::usage_error("--removed needs IN at 48000 Hz or --no-resample; --output removed gives the removed "
+                         "sound at " + std::to_string(rate) + " Hz in a run of its own");
+    const int format = output_format(o, o.out, in);
+    const std::unique_ptr<SampleWriter> out = open_output(o, o.out, in, format);
+    const std::unique_ptr<SampleWriter> removed =
+        o.removed.empty() ? nullptr : open_output(o, o.removed, in, output_format(o, o.removed, in));
     Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
     std::unique_ptr<RateBridge> bridge;
     if (resample)
-        bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, out,
-                                              (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
+        bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, *out,
+                                              format != 0 && (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
+    const EngineStream::Sink to_out = [&](const int16_t *p, std::size_t n) {
+        bridge ? bridge->take(p, n) : out->write(p, n);
+    };
     EngineStream engine(session, o.drive, engine_rate, o.dc_cut, o.raw,
-                        [&](const int16_t *p, std::size_t n) { bridge ? bridge->take(p, n) : out.write(p, n); });
+                        o.out_is_removed ? [](const int16_t *, std::size_t) {} : to_out);
+    if (o.strength < 1 || removed || o.out_is_removed)
+        engine.mix(o.strength, o.out_is_removed ? to_out
+                               : removed        ? [&](const int16_t *p, std::size_t n) { removed->write(p, n); }
+                                                : EngineStream::Sink());
     if (bridge)
         bridge->run(in, engine, progress, kReadFrames);
     else
@@ -315,7 +411,8 @@ int run_process(int argc, char **argv, int first) {
     if (in.frames_read() == 0) cli::input_error(in.name() + ": holds no audio samples");
     if (!bridge) engine.finish();
     progress.finish();
-    out.commit();
+    out->commit();
+    if (removed) removed->commit();
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const int64_t frames = in.frames_read();

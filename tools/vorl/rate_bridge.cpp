@@ -4,7 +4,7 @@
 
 namespace vorl {
 
-RateBridge::RateBridge(int rate, int engine_rate, bool keep_length, AudioWriter &out, bool float_out)
+RateBridge::RateBridge(int rate, int engine_rate, bool keep_length, SampleWriter &out, bool float_out)
     : engine_rate_(engine_rate), down_(engine_rate, rate), keep_length_(keep_length), out_(out), float_out_(float_out) {}
 
 void RateBridge::take(const int16_t *p, std::size_t frames) {
@@ -14,7 +14,7 @@ void RateBridge::take(const int16_t *p, std::size_t frames) {
     flush();
 }
 
-void RateBridge::run(AudioReader &in, EngineStream &engine, Progress &progress, std::size_t read_frames) {
+void RateBridge::run(SampleReader &in, EngineStream &engine, Progress &progress, std::size_t read_frames) {
     Resampler up(in.sample_rate(), engine_rate_);
     std::vector<float> buf(2 * read_frames), up_out;
     std::vector<int16_t> engine_in;
