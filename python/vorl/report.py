@@ -24,7 +24,8 @@ import vorl
 
 RATE_TUNED = 48000
 FFT = 1024        # spectrogram analysis: 21 ms at 48 kHz
-HOP = 256         # one library block per column
+HOP = 256         # one library block per column ...
+MAX_COLUMNS = 3000  # ... or several, so that a long take still fits in memory and on screen
 FLOOR_DB = -100.0
 DRIVES = (        # (column, value, label, colour)
     (0, 1, "zoom in", "tab:red"),
@@ -44,12 +45,13 @@ def _pyplot():
 
 def spectrogram_db(audio):
     """Power spectrogram of the two channels' mean, dB re full scale, shape
-    (bins, frames); column j starts at input frame HOP * j."""
+    (bins, columns); the columns are evenly spaced over the recording."""
     x = audio.astype(np.float64).mean(axis=1) / 32768.0
+    hop = HOP * max(1, -(-len(x) // (HOP * MAX_COLUMNS)))
     x = np.concatenate([x, np.zeros(FFT)])
-    count = max(1, (len(x) - FFT) // HOP + 1)
+    count = max(1, (len(x) - FFT) // hop + 1)
     window = np.hanning(FFT)
-    frames = np.lib.stride_tricks.sliding_window_view(x, FFT)[::HOP][:count] * window
+    frames = np.lib.stride_tricks.sliding_window_view(x, FFT)[::hop][:count] * window
     power = np.abs(np.fft.rfft(frames, axis=1)) ** 2 / (window.sum() ** 2 / 4)
     return 10 * np.log10(np.maximum(power.T, 10 ** (FLOOR_DB / 10)))
 
@@ -84,8 +86,7 @@ def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
                      extent=(0, seconds, 0, top_khz), interpolation="nearest")
 
 
-def plot_spectrograms(plt, before, after, spans, rate, path, title):
-    seconds = before.shape[1] * HOP / rate
+def plot_spectrograms(plt, before, after, spans, seconds, rate, path, title):
     top = rate / 2000
     vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, sharey=True, constrained_layout=True)
@@ -110,7 +111,7 @@ def block_level_db(audio, blocks):
 def plot_removed(plt, noisy, processed, spans, rate, path):
     removed = noisy.astype(np.int32) - processed.astype(np.int32)
     spec = spectrogram_db(removed)
-    seconds = spec.shape[1] * HOP / rate
+    seconds = len(noisy) / rate
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     t = np.arange(blocks) * vorl.BLOCK_FRAMES / rate
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, constrained_layout=True,
@@ -137,8 +138,10 @@ def plot_removed(plt, noisy, processed, spans, rate, path):
 
 
 def plot_gain(plt, gains, drive, spans, rate, path):
-    gain_db = 20 * np.log10(np.maximum(gains.mean(axis=1), 1e-5))  # (blocks, bins), channels averaged
-    blocks, bins = gain_db.shape
+    blocks, bins = gains.shape[0], gains.shape[2]
+    step = max(1, -(-blocks // MAX_COLUMNS))  # blocks per column
+    pooled = gains[: blocks // step * step].reshape(-1, step, 2, bins).mean(axis=(1, 2))
+    gain_db = 20 * np.log10(np.maximum(pooled, 1e-5))  # (columns, bins), channels averaged
     seconds = blocks * vorl.BLOCK_FRAMES / rate
     top = bins * rate / 512 / 1000
     fig, axes = plt.subplots(1, 2, figsize=(15, 6), constrained_layout=True,
@@ -159,7 +162,7 @@ def plot_gain(plt, gains, drive, spans, rate, path):
     words[:rows] = drive[:rows]
     kinds = [("no drive", "black", (words[:, 0] == 0) & (words[:, 1] == 0))]
     kinds += [(label, colour, (words[:, column] != 0) if value is None else (words[:, column] == value))
-              for column, value, label, colour in DRIVES[:3]]
+              for column, value, label, colour in DRIVES]
     for label, colour, chosen in kinds:
         if chosen.any():
             mean = 20 * np.log10(np.maximum(gains[chosen].mean(axis=(0, 1)), 1e-5))
@@ -276,7 +279,8 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     os.makedirs(out_dir, exist_ok=True)
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
     table_name = os.path.basename(table_path) if table_path else "built-in table"
-    plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, rate, paths["spectrograms"],
+    plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, len(noisy) / rate, rate,
+                      paths["spectrograms"],
                       f"{os.path.basename(str(noisy_path))} ({table_name})")
     plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
     plot_gain(plt, gains, words, spans, rate, paths["gain"])
