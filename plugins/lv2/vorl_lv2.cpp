@@ -123,7 +123,9 @@ bool load_file(Plugin &p, const char *path) {
     return true;
 }
 
-LV2_Handle instantiate(const LV2_Descriptor *, double, const char *, const LV2_Feature *const *features) {
+LV2_Handle instantiate(const LV2_Descriptor *, double rate, const char *, const LV2_Feature *const *features) {
+    if (rate != 48000.0)
+        std::fprintf(stderr, "vorl.lv2: running at %.0f Hz; tuning tables are made for 48000 Hz\n", rate);
     auto *p = new (std::nothrow) Plugin;
     if (p == nullptr) return nullptr;
     for (int i = 0; features[i] != nullptr; ++i) {

@@ -289,8 +289,14 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     return paths
 
 
+class _Parser(argparse.ArgumentParser):
+    def error(self, message):  # the tool's exit status for usage errors
+        self.print_usage(sys.stderr)
+        self.exit(1, f"vorl report: {message}\n")
+
+
 def main(argv=None):
-    parser = argparse.ArgumentParser(prog="vorl report", description=__doc__.split("\n\n")[0],
+    parser = _Parser(prog="vorl report", description=__doc__.split("\n\n")[0],
                                      formatter_class=argparse.RawDescriptionHelpFormatter,
                                      epilog=__doc__.split("\n\n", 2)[2])
     parser.add_argument("input", metavar="IN", help="the recording (stereo; any format libsndfile reads)")
