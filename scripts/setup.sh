@@ -13,6 +13,7 @@ packages=(
   help2man                                     # the tool's man page
   clang libclang-rt-14-dev llvm                # fuzzers and sanitizers
   g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user  # 64-bit Arm
+  lv2-dev lilv-utils ffmpeg pybind11-dev python3-dev python3-numpy python3-matplotlib python3-pytest  # bridges
 )
 
 missing=()

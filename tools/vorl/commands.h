@@ -7,6 +7,7 @@ namespace vorl {
 
 int run_process(int argc, char **argv, int first);
 int run_measure(int argc, char **argv, int first);
+int run_report(int argc, char **argv, int first);  // needs the Python module
 
 // "vorl table ...": the group's help text, then one function per command.
 extern const char kTableHelp[];

@@ -58,6 +58,9 @@ public:
     // The learned curve's working copy (for words about a fault).
     const st_vorl &working_parameters() const;
 
+    // The engine's workspace after the last block (gains, spectra), for inspection.
+    const st_vorl_ws &workspace() const { return work().ws; }
+
 private:
     VORLWorkArea &work();
     const VORLWorkArea &work() const;

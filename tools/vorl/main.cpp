@@ -24,6 +24,7 @@ const Command kCommands[] = {
     {"", "process", "IN OUT [options]", "remove drive noise from a recording", vorl::run_process},
     {"", "measure", "CLEAN NOISY PROCESSED --drive FILE",
      "noise attenuation and change outside drives", vorl::run_measure},
+    {"", "report", "IN [options] DIR", "PNG pictures of what was removed, the gains and the table", vorl::run_report},
     {"table", "new", "OUT", "write the built-in default table to OUT", vorl::run_table_new},
     {"table", "dump", "FILE", "print the parameters as the library does", vorl::run_table_dump},
     {"table", "check", "FILE", "check every rule a usable table keeps", vorl::run_table_check},

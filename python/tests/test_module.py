@@ -1,0 +1,79 @@
+import json
+
+import numpy as np
+import pytest
+
+import vorl
+from conftest import run_tool
+
+
+def test_process_is_the_tools_output(demo, tmp_path):
+    audio, rate = vorl.read_audio(demo / "noisy.wav")
+    assert audio.dtype == np.int16 and audio.shape[1] == 2 and rate == 48000
+    drive = vorl.read_drive(demo / "drive.txt")
+
+    run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse", "-q")
+    out = vorl.process(audio, drive, pulse=True)
+    assert np.array_equal(out, vorl.read_audio(tmp_path / "tool.wav")[0])
+
+    # Ranges in seconds, a table file and the DC cut, as the tool takes them.
+    run_tool("table", "new", tmp_path / "t.tbl")
+    run_tool("process", demo / "noisy.wav", tmp_path / "ranges.wav", "--zoom-in", "2-4", "--zoom-out", "6-7.6",
+             "--wind", "10-15.5", "--table", tmp_path / "t.tbl", "--dc-cut", "-q")
+    words = vorl.drive_from_ranges(len(audio) + vorl.DELAY_FRAMES, rate, zoom_in=[(2, 4)], zoom_out=[(6, 7.6)],
+                                   wind=[(10, 15.5)])
+    out, gains = vorl.process(audio, words, vorl.read_table(tmp_path / "t.tbl"), dc_cut=True, gains=True)
+    assert np.array_equal(out, vorl.read_audio(tmp_path / "ranges.wav")[0])
+    assert gains.shape == (-(-len(audio) // 256), 2, 256)
+    # The gain is a suppression gain: at most 1, and lower while the zoom runs.
+    assert gains.max() <= 1.0 and gains.min() >= 0.0
+    during, idle = gains[2 * 48000 // 256 + 20], gains[1 * 48000 // 256]
+    assert during[:, 10:100].mean() < idle[:, 10:100].mean()
+
+
+def test_tables_convert_and_check(tmp_path):
+    table = vorl.default_table()
+    assert len(table) == vorl.TABLE_BYTES and vorl.check_table(table) == []
+    fields = vorl.table_to_dict(table)
+    assert vorl.table_from_dict(fields) == table
+
+    run_tool("table", "new", tmp_path / "t.tbl")
+    assert vorl.read_table(tmp_path / "t.tbl") == table
+    assert json.loads(run_tool("table", "to-json", tmp_path / "t.tbl").stdout) == fields
+
+    fields["st_vorl"]["over_est"] = 2.5
+    edited = vorl.table_from_dict(fields)
+    vorl.write_table(tmp_path / "edited.tbl", edited)
+    assert vorl.table_to_dict(vorl.read_table(tmp_path / "edited.tbl"))["st_vorl"]["over_est"] == 2.5
+
+    damaged = bytearray(edited)
+    damaged[100] ^= 1
+    assert [w for w, _ in vorl.check_table(bytes(damaged))] == ["check_sum"]
+    # Sealed again, the checksum passes; the changed byte may break a rule.
+    assert "check_sum" not in [w for w, _ in vorl.check_table(vorl.seal_table(bytes(damaged)))]
+
+
+def test_bad_input_is_refused_with_words(tmp_path):
+    audio = np.zeros((1000, 2), np.int16)
+    with pytest.raises(ValueError, match="shape"):
+        vorl.process(np.zeros((1000, 3), np.int16))
+    with pytest.raises(ValueError, match="int16"):
+        vorl.process(audio.astype(np.float32))
+    with pytest.raises(ValueError, match="drive block 1"):
+        vorl.process(audio, [[0, 0, 0], [3, 0, 0]])
+    with pytest.raises(ValueError, match="4184 bytes"):
+        vorl.process(audio, table=b"short")
+    damaged = bytearray(vorl.default_table())
+    damaged[8] ^= 1
+    with pytest.raises(vorl.Error, match="checksum"):
+        vorl.process(audio, table=bytes(damaged))
+    (tmp_path / "short.tbl").write_bytes(b"x" * 10)
+    with pytest.raises(vorl.Error, match="short.tbl: not a tuning table"):
+        vorl.read_table(tmp_path / "short.tbl")
+    (tmp_path / "drive.txt").write_text("1 0 0\n1 0\n")
+    with pytest.raises(vorl.Error, match="drive.txt:2"):
+        vorl.read_drive(tmp_path / "drive.txt")
+    with pytest.raises(vorl.Error, match="missing.wav"):
+        vorl.read_audio(tmp_path / "missing.wav")
+    with pytest.raises(vorl.Error, match="missing field"):
+        vorl.table_from_json("{}")

@@ -1,0 +1,50 @@
+import subprocess
+import wave
+
+import numpy as np
+import pytest
+
+import vorl
+from conftest import run_tool
+
+
+def png_size(path):
+    data = path.read_bytes()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n"
+    return int.from_bytes(data[16:20], "big"), int.from_bytes(data[20:24], "big")
+
+
+def test_vorl_report_draws_every_picture(demo, tmp_path):
+    run_tool("process", demo / "noisy.wav", tmp_path / "out.wav", "--drive", demo / "drive.txt", "-q")
+    run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "out.wav", "--drive", demo / "drive.txt",
+             tmp_path / "report")
+    for name in ("spectrograms", "removed", "gain", "table"):
+        width, height = png_size(tmp_path / "report" / f"{name}.png")
+        assert width >= 1000 and height >= 500
+
+
+def test_report_curves_follow_the_running_sums():
+    from vorl.report import table_curves
+    fields = vorl.table_to_dict(vorl.default_table())
+    p = fields["st_vorl"]
+    p["eq_gain"] = [2.0] + [0.01] * 64                  # 2 at bin 0, rising 0.01 per bin
+    coef, background, equaliser = table_curves(fields)
+    assert equaliser[0] == 2.0 and equaliser[255] == pytest.approx(2.0 + 2.55)
+    ends = np.array(p["zspec_comp_base_bin"])
+    # Node values as the plausibility check forms them: the first, then increments times band widths.
+    widths = np.diff(ends, prepend=ends[0])
+    widths[0] = 1
+    node = np.cumsum(np.array(p["zspec_comp_coef_f_LR_d"])[0] * widths)
+    assert coef[0][ends[:40]] == pytest.approx(node[:40], rel=1e-6)   # below the fixed-value edge
+    assert background.shape == (3, 2, 256) and background[0].max() == 0
+
+
+def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
+    with wave.open(str(tmp_path / "short.wav"), "wb") as w:
+        w.setnchannels(2)
+        w.setsampwidth(2)
+        w.setframerate(48000)
+        w.writeframes(bytes(4000))
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
+    assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr

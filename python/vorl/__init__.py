@@ -1,0 +1,130 @@
+"""libvorl for Python: removes lens-drive noise from stereo 16-bit audio held
+in numpy arrays, exactly as the ``vorl`` tool does, and reads, checks and
+converts tuning tables.
+
+    import vorl
+    audio, rate = vorl.read_audio("take.wav")          # int16, shape (n, 2)
+    drive = vorl.read_drive("drive.txt")               # shape (blocks, 3)
+    clean = vorl.process(audio, drive)                 # the tool's output
+    clean, gains = vorl.process(audio, drive, gains=True)
+    table = vorl.table_to_dict(vorl.read_table("my.tbl"))
+
+A block is 256 frames; drive row b ("zoom af wind") describes input block b
+(frames 256b .. 256b+255), as a line of a drive file does for the tool.
+"""
+import json
+import os
+import tempfile
+
+import numpy as np
+
+from ._vorl import (BLOCK_FRAMES, DELAY_FRAMES, TABLE_BYTES, Error, check_table, default_table, seal_table,
+                    table_from_json, table_to_json)
+from . import _vorl
+
+__all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "process", "read_audio", "read_drive",
+           "drive_from_ranges", "default_table", "read_table", "write_table", "check_table", "seal_table",
+           "table_to_json", "table_from_json", "table_to_dict", "table_from_dict", "detect", "fit"]
+
+
+def process(audio, drive=None, table=None, pulse=False, dc_cut=False, gains=False):
+    """Runs `audio` (int16, shape (frames, 2)) through the library as
+    ``vorl process`` does and returns the time-aligned output, bit for bit
+    the tool's. `drive`: drive words per block, shape (blocks, 3), columns
+    zoom (0 idle, 1 zoom-in, 2 zoom-out), af, wind; blocks past its end are
+    idle. `table`: table bytes (default: the built-in table).
+
+    With gains=True also returns the suppression gain per block, shape
+    (blocks, 2, 256) (channel, bin; bin k is k * rate / 512 Hz): gains[b] is
+    the gain of the frame made of input blocks b and b+1, centred on frame
+    256 * (b + 1)."""
+    audio = np.asarray(audio)
+    if audio.dtype != np.int16:
+        raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
+    return _vorl.process(audio, drive, table, pulse, dc_cut, gains)
+
+
+def read_audio(path):
+    """A stereo recording in any format libsndfile reads, as (int16 array of
+    shape (frames, 2), sample rate); wider formats are rounded to 16 bits."""
+    return _vorl.read_audio(os.fspath(path))
+
+
+def read_drive(path):
+    """A drive file as an int64 array of shape (blocks, 3): one line per
+    block, "zoom af wind"; empty lines and lines starting with # skipped."""
+    rows = []
+    with open(path, encoding="utf-8") as f:
+        for number, line in enumerate(f, 1):
+            text = line.strip()
+            if not text or text.startswith("#"):
+                continue
+            fields = text.split()
+            try:
+                if len(fields) != 3:
+                    raise ValueError
+                rows.append([int(v) for v in fields])
+            except ValueError:
+                raise Error(f"{path}:{number}: expected three integers \"zoom af wind\", got {text!r}") from None
+    return np.array(rows, dtype=np.int64).reshape(-1, 3)
+
+
+def drive_from_ranges(frames, rate, zoom_in=(), zoom_out=(), af=(), wind=()):
+    """Drive words from time ranges in seconds, as the tool's --zoom-in,
+    --zoom-out, --af and --wind options give them: block b is driven when
+    start <= 256 * b / rate < end."""
+    blocks = -(-frames // BLOCK_FRAMES)
+    words = np.zeros((blocks, 3), dtype=np.int64)
+    starts = np.arange(blocks) * BLOCK_FRAMES / rate
+    for ranges, column, value in ((zoom_in, 0, 1), (zoom_out, 0, 2), (af, 1, 1), (wind, 2, 1)):
+        for start, end in ranges:
+            words[(starts >= start) & (starts < end), column] = value
+    return words
+
+
+def read_table(path):
+    """A tuning-table file's bytes (exactly TABLE_BYTES)."""
+    with open(path, "rb") as f:
+        data = f.read(TABLE_BYTES + 1)
+    if len(data) != TABLE_BYTES:
+        raise Error(f"{path}: not a tuning table ({len(data)} bytes, expected {TABLE_BYTES})")
+    return data
+
+
+def write_table(path, table):
+    """Writes table bytes atomically (a temporary file beside `path`, then renamed)."""
+    if len(table) != TABLE_BYTES:
+        raise Error(f"a tuning table has {TABLE_BYTES} bytes, not {len(table)}")
+    folder = os.path.dirname(os.path.abspath(path))
+    fd, temp = tempfile.mkstemp(prefix=".vorl-", dir=folder)
+    try:
+        with os.fdopen(fd, "wb") as f:
+            f.write(table)
+            f.flush()
+            os.fsync(f.fileno())
+        os.replace(temp, path)
+    except BaseException:
+        os.unlink(temp)
+        raise
+
+
+def table_to_dict(table):
+    """Every field of the table by name (the JSON of ``vorl table to-json``)."""
+    return json.loads(table_to_json(table))
+
+
+def table_from_dict(fields):
+    """Table bytes from a dict as table_to_dict gives it (checksum sealed)."""
+    return table_from_json(json.dumps(fields))
+
+
+def detect(audio, rate=48000):
+    """Drive words from the recording itself: pending (the drive detector is
+    not part of this build yet)."""
+    raise NotImplementedError("the drive detector is not available in this build yet")
+
+
+def fit(*args, **kwargs):
+    """Fits a table from calibration takes: pending (the fitter is not part
+    of this build yet)."""
+    raise NotImplementedError("the table fitter is not available in this build yet")

@@ -1,0 +1,3 @@
+from .report import main
+
+raise SystemExit(main())

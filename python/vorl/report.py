@@ -1,0 +1,320 @@
+"""Report pictures for a tuning engineer: what the noise reducer did to a
+recording and what the table holds, as PNG files.
+
+    python3 -m vorl.report IN [--processed OUT] [--drive FILE] [--table T] DIR
+    (or: vorl report ...)
+
+Writes into DIR:
+  spectrograms.png  the input and the output, drive periods marked above
+  removed.png       what was taken away: its spectrogram and the levels of
+                    input, output and removed noise over time
+  gain.png          the suppression gain per block and bin, and its average
+                    over frequency during each kind of drive
+  table.png         the table: zoom-noise coefficients per band and channel
+                    with their upper bounds, background-noise templates per
+                    direction, and the equaliser
+"""
+import argparse
+import os
+import sys
+
+import numpy as np
+
+import vorl
+
+RATE_TUNED = 48000
+FFT = 1024        # spectrogram analysis: 21 ms at 48 kHz
+HOP = 256         # one library block per column ...
+MAX_COLUMNS = 3000  # ... or several, so that a long take still fits in memory and on screen
+FLOOR_DB = -100.0
+DRIVES = (        # (column, value, label, colour)
+    (0, 1, "zoom in", "tab:red"),
+    (0, 2, "zoom out", "tab:blue"),
+    (1, None, "autofocus", "tab:green"),
+    (2, 1, "wind", "tab:gray"),
+)
+
+
+def _pyplot():
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+    plt.rcParams.update({"figure.dpi": 100, "font.size": 10, "axes.titlesize": 11})
+    return plt
+
+
+def spectrogram_db(audio):
+    """Power spectrogram of the two channels' mean, dB re full scale, shape
+    (bins, columns); the columns are evenly spaced over the recording."""
+    x = audio.astype(np.float64).mean(axis=1) / 32768.0
+    hop = HOP * max(1, -(-len(x) // (HOP * MAX_COLUMNS)))
+    x = np.concatenate([x, np.zeros(FFT)])
+    count = max(1, (len(x) - FFT) // hop + 1)
+    window = np.hanning(FFT)
+    frames = np.lib.stride_tricks.sliding_window_view(x, FFT)[::hop][:count] * window
+    power = np.abs(np.fft.rfft(frames, axis=1)) ** 2 / (window.sum() ** 2 / 4)
+    return 10 * np.log10(np.maximum(power.T, 10 ** (FLOOR_DB / 10)))
+
+
+def drive_spans(drive, rate):
+    """(label, colour, [(start s, end s), ...]) for every kind of drive present."""
+    spans = []
+    seconds = vorl.BLOCK_FRAMES / rate
+    for column, value, label, colour in DRIVES:
+        on = drive[:, column] != 0 if value is None else drive[:, column] == value
+        edges = np.flatnonzero(np.diff(np.concatenate([[0], on.astype(int), [0]])))
+        runs = [(a * seconds, b * seconds) for a, b in zip(edges[::2], edges[1::2])]
+        if runs:
+            spans.append((label, colour, runs))
+    return spans
+
+
+def mark_drives(ax, spans, legend=True):
+    """Drive periods as coloured bars along the top of a time axis."""
+    for row, (label, colour, runs) in enumerate(spans):
+        for i, (a, b) in enumerate(runs):
+            ax.axvspan(a, b, ymin=0.97 - 0.035 * row, ymax=1.0 - 0.035 * row, color=colour,
+                       label=label if i == 0 and legend else None)
+            ax.axvline(a, color=colour, lw=0.8, ls=":", alpha=0.8)
+            ax.axvline(b, color=colour, lw=0.8, ls=":", alpha=0.8)
+    if legend and spans:
+        ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title="drive", title_fontsize=8)
+
+
+def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
+    return ax.imshow(values, origin="lower", aspect="auto", cmap=cmap, vmin=vmin, vmax=vmax,
+                     extent=(0, seconds, 0, top_khz), interpolation="nearest")
+
+
+def plot_spectrograms(plt, before, after, spans, seconds, rate, path, title):
+    top = rate / 2000
+    vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
+    fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, sharey=True, constrained_layout=True)
+    for ax, values, name in ((axes[0], before, "input"), (axes[1], after, "output")):
+        im = image(ax, values, seconds, top, vmax - 90, vmax)
+        ax.set_title(f"{name}: {title}")
+        ax.set_ylabel("frequency (kHz)")
+        mark_drives(ax, spans, legend=ax is axes[0])
+    axes[1].set_xlabel("time (s)")
+    fig.colorbar(im, ax=axes, label="power (dB re full scale)", shrink=0.9)
+    fig.savefig(path)
+    plt.close(fig)
+
+
+def block_level_db(audio, blocks):
+    x = audio.astype(np.float64) / 32768.0
+    x = np.concatenate([x, np.zeros((blocks * vorl.BLOCK_FRAMES - len(x), 2))])
+    power = (x.reshape(blocks, vorl.BLOCK_FRAMES, 2) ** 2).mean(axis=(1, 2))
+    return 10 * np.log10(np.maximum(power, 1e-12))
+
+
+def plot_removed(plt, noisy, processed, spans, rate, path):
+    removed = noisy.astype(np.int32) - processed.astype(np.int32)
+    spec = spectrogram_db(removed)
+    seconds = len(noisy) / rate
+    blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
+    t = np.arange(blocks) * vorl.BLOCK_FRAMES / rate
+    fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, constrained_layout=True,
+                             gridspec_kw={"height_ratios": [3, 2]})
+    vmax = np.ceil(spec.max() / 10) * 10
+    im = image(axes[0], spec, seconds, rate / 2000, max(vmax - 80, FLOOR_DB), vmax)  # black: nothing removed
+    axes[0].set_title("removed noise (input − output)")
+    axes[0].set_ylabel("frequency (kHz)")
+    mark_drives(axes[0], spans)
+    fig.colorbar(im, ax=axes[0], label="power (dB re full scale)")
+    for level, name, style in ((block_level_db(noisy, blocks), "input", "tab:orange"),
+                               (block_level_db(processed, blocks), "output (covers the input where\nnothing was removed)", "tab:purple"),
+                               (block_level_db(removed.clip(-32768, 32767), blocks), "removed", "black")):
+        axes[1].plot(t, level, color=style, lw=1, label=name)
+    axes[1].set_ylim(-90, 0)
+    axes[1].set_ylabel("level per block (dBFS)")
+    axes[1].set_xlabel("time (s)")
+    axes[1].grid(alpha=0.3)
+    mark_drives(axes[1], spans, legend=False)
+    axes[1].legend(loc="lower right", fontsize=8)
+    fig.colorbar(im, ax=axes[1]).remove()  # keeps the time axes aligned
+    fig.savefig(path)
+    plt.close(fig)
+
+
+def plot_gain(plt, gains, drive, spans, rate, path):
+    blocks, bins = gains.shape[0], gains.shape[2]
+    step = max(1, -(-blocks // MAX_COLUMNS))  # blocks per column
+    pooled = gains[: blocks // step * step].reshape(-1, step, 2, bins).mean(axis=(1, 2))
+    gain_db = 20 * np.log10(np.maximum(pooled, 1e-5))  # (columns, bins), channels averaged
+    seconds = blocks * vorl.BLOCK_FRAMES / rate
+    top = bins * rate / 512 / 1000
+    fig, axes = plt.subplots(1, 2, figsize=(15, 6), constrained_layout=True,
+                             gridspec_kw={"width_ratios": [3, 1.2]})
+    # gains[b] belongs to the frame centred on the end of block b.
+    im = axes[0].imshow(gain_db.T, origin="lower", aspect="auto", cmap="viridis", vmin=-30, vmax=0,
+                        extent=(vorl.BLOCK_FRAMES / rate, seconds + vorl.BLOCK_FRAMES / rate, 0, top),
+                        interpolation="nearest")
+    axes[0].set_title("suppression gain per block and frequency (channels averaged)")
+    axes[0].set_xlabel("time (s)")
+    axes[0].set_ylabel("frequency (kHz)")
+    mark_drives(axes[0], spans)
+    fig.colorbar(im, ax=axes[0], label="gain (dB)")
+
+    freq = np.arange(bins) * rate / 512 / 1000
+    words = np.zeros((blocks, 3), dtype=np.int64)
+    rows = min(blocks, len(drive))
+    words[:rows] = drive[:rows]
+    kinds = [("no drive", "black", (words[:, 0] == 0) & (words[:, 1] == 0))]
+    kinds += [(label, colour, (words[:, column] != 0) if value is None else (words[:, column] == value))
+              for column, value, label, colour in DRIVES]
+    for label, colour, chosen in kinds:
+        if chosen.any():
+            mean = 20 * np.log10(np.maximum(gains[chosen].mean(axis=(0, 1)), 1e-5))
+            axes[1].plot(freq, mean, color=colour, lw=1.2, label=f"{label} ({chosen.sum()} blocks)")
+    axes[1].set_title("average gain by drive")
+    axes[1].set_xlabel("frequency (kHz)")
+    axes[1].set_ylabel("gain (dB)")
+    axes[1].set_ylim(-30, 1)
+    axes[1].set_xlim(0, top)
+    axes[1].grid(alpha=0.3)
+    axes[1].legend(fontsize=8, loc="lower right")
+    fig.savefig(path)
+    plt.close(fig)
+
+
+def table_curves(fields):
+    """The per-bin curves the engine rebuilds from the table's increments
+    (bins 0..255): zoom-noise coefficient [channel], background template
+    [direction][channel] (clipped at 0), equaliser gain (clipped at 0)."""
+    p = fields["st_vorl"]
+    bins = np.arange(256)
+    group = -(-bins // 4)                      # bin 0 alone, then groups of four
+    ends = np.array(p["zspec_comp_base_bin"])
+    band = np.minimum(np.searchsorted(ends, bins, side="left"), len(ends) - 1)  # band counter at each bin
+    coef = np.cumsum(np.array(p["zspec_comp_coef_f_LR_d"], dtype=np.float64)[:, band], axis=1)
+    coef[:, bins > p["zspec_comp_max_freq"]] = p["zspec_comp_replace_value"]
+    background = np.maximum(np.cumsum(np.array(p["back_ground_noise"], dtype=np.float64)[:, :, group], axis=2), 0)
+    eq = np.array(p["eq_gain"], dtype=np.float64)
+    equaliser = np.maximum(eq[0] + np.concatenate([[0.0], np.cumsum(eq[group[1:]])]), 0)
+    return coef, background, equaliser
+
+
+def plot_table(plt, fields, rate, path, title):
+    p = fields["st_vorl"]
+    coef, background, equaliser = table_curves(fields)
+    khz = np.arange(256) * rate / 512 / 1000
+    ends = np.array(p["zspec_comp_base_bin"])
+    coef_max = np.array(p["zspec_comp_coef_f_LR_d_max"], dtype=np.float64)
+    fig, axes = plt.subplots(3, 1, figsize=(12, 12), constrained_layout=True)
+
+    ax = axes[0]
+    for ch, (name, colour) in enumerate((("left", "tab:blue"), ("right", "tab:orange"))):
+        ax.plot(khz, coef[ch], color=colour, lw=1.4, label=name)
+        ax.plot(khz[ends], coef[ch][ends], "o", color=colour, ms=3)
+        ax.plot(khz[ends], coef_max[ch], color=colour, lw=0.9, ls="--", label=f"{name}: upper bound")
+    if p["zspec_comp_max_freq"] < 255:
+        edge = khz[p["zspec_comp_max_freq"]]
+        ax.axvline(edge, color="gray", ls=":", lw=1)
+        ax.annotate(f"above {edge:.1f} kHz: fixed {p['zspec_comp_replace_value']:g}", (edge, 0.5),
+                    xycoords=("data", "axes fraction"), xytext=(4, 0), textcoords="offset points", fontsize=8)
+    ax.set_title("zoom-noise coefficient per bin (dots: band ends, where learning sets it; "
+                 "dashed: the bound the plausibility check allows)")
+    ax.set_ylabel("coefficient")
+    if np.all(coef > 0) and np.all(coef_max > 0):
+        from matplotlib import ticker
+        ax.set_yscale("log")
+        ax.yaxis.set_major_locator(ticker.LogLocator(subs=(1.0, 2.0, 5.0)))
+        ax.yaxis.set_major_formatter(ticker.FormatStrFormatter("%g"))
+        ax.yaxis.set_minor_formatter(ticker.NullFormatter())
+    ax.legend(fontsize=8, ncol=2, loc="lower right")
+
+    ax = axes[1]
+    names = (("AF (idle / autofocus)", "tab:green"), ("WT (zoom in)", "tab:red"), ("TW (zoom out)", "tab:blue"))
+    empty = []
+    for d, (direction, colour) in enumerate(names):
+        if not np.any(background[d] > 0):
+            empty.append(direction.split()[0])
+            continue
+        same = [names[e][0].split()[0] for e in range(d) if np.array_equal(background[e], background[d])]
+        if same:  # the curve lies under an earlier one: say so in its label
+            direction += " = " + ", ".join(same)
+        for ch, style in ((0, "-"), (1, "--")):
+            ax.plot(khz, 10 * np.log10(np.maximum(background[d, ch], 1e-12)), color=colour, ls=style,
+                    lw=(3.0 if d == 1 else 1.6) if ch == 0 else 1.0, label=f"{direction}, {'left' if ch == 0 else 'right'}")
+    ax.set_title("background-noise template per direction" + (f" (empty: {', '.join(empty)})" if empty else ""))
+    ax.set_ylabel("noise power (dB, engine scale)")
+    ax.legend(fontsize=8, ncol=2, loc="upper right")
+
+    ax = axes[2]
+    ax.plot(khz, 20 * np.log10(np.maximum(equaliser, 1e-5)), color="black", lw=1.4)
+    ax.set_title("equaliser")
+    ax.set_ylabel("gain (dB)")
+    low, high = ax.get_ylim()
+    ax.set_ylim(min(low, -3), max(high, 3))
+    for ax in axes:
+        ax.set_xlabel("frequency (kHz)")
+        ax.set_xlim(0, rate / 2000)
+        ax.grid(alpha=0.3, which="both")
+    fig.suptitle(title)
+    fig.savefig(path)
+    plt.close(fig)
+
+
+def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None):
+    """Writes the four pictures; returns their paths."""
+    plt = _pyplot()
+    noisy, rate = vorl.read_audio(noisy_path)
+    table = vorl.read_table(table_path) if table_path else None
+    blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
+    drive = vorl.read_drive(drive_path) if drive_path else np.zeros((0, 3), dtype=np.int64)
+    own, gains = vorl.process(noisy, drive, table, gains=True)
+    if processed_path:
+        processed, processed_rate = vorl.read_audio(processed_path)
+        if processed_rate != rate or len(processed) != len(noisy):
+            raise vorl.Error(f"{processed_path}: {len(processed)} frames at {processed_rate} Hz, the input has "
+                             f"{len(noisy)} at {rate} Hz; give the time-aligned output of vorl process")
+    else:
+        processed = own
+    words = np.zeros((blocks, 3), dtype=np.int64)
+    rows = min(blocks, len(drive))
+    words[:rows] = drive[:rows]
+    spans = drive_spans(words, rate)
+
+    os.makedirs(out_dir, exist_ok=True)
+    paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
+    table_name = os.path.basename(table_path) if table_path else "built-in table"
+    plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, len(noisy) / rate, rate,
+                      paths["spectrograms"],
+                      f"{os.path.basename(str(noisy_path))} ({table_name})")
+    plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
+    plot_gain(plt, gains, words, spans, rate, paths["gain"])
+    plot_table(plt, vorl.table_to_dict(table or vorl.default_table()), RATE_TUNED, paths["table"],
+               f"tuning table: {table_name}")
+    return paths
+
+
+class _Parser(argparse.ArgumentParser):
+    def error(self, message):  # the tool's exit status for usage errors
+        self.print_usage(sys.stderr)
+        self.exit(1, f"vorl report: {message}\n")
+
+
+def main(argv=None):
+    parser = _Parser(prog="vorl report", description=__doc__.split("\n\n")[0],
+                                     formatter_class=argparse.RawDescriptionHelpFormatter,
+                                     epilog=__doc__.split("\n\n", 2)[2])
+    parser.add_argument("input", metavar="IN", help="the recording (stereo; any format libsndfile reads)")
+    parser.add_argument("dir", metavar="DIR", help="folder for the PNG files (created if missing)")
+    parser.add_argument("--processed", metavar="OUT",
+                        help="the time-aligned output of vorl process (default: processed here)")
+    parser.add_argument("--drive", metavar="FILE", help="drive file, one \"zoom af wind\" line per block")
+    parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
+    args = parser.parse_args(argv)
+    try:
+        paths = make_report(args.input, args.dir, args.processed, args.drive, args.table)
+    except (vorl.Error, OSError) as e:
+        print(f"vorl: {e}", file=sys.stderr)
+        return 2
+    for path in paths.values():
+        print(path)
+    return 0
+
+
+if __name__ == "__main__":
+    raise SystemExit(main())

@@ -1,0 +1,159 @@
+// The Python module's native part (vorl._vorl): the vorl tool's processing
+// and table kit on numpy arrays and bytes.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include "audio_io.h"
+#include "cli.h"
+#include "host_session.h"
+#include "table_checksum.h"
+#include "table_json.h"
+#include "table_rules.h"
+#include "table_store.h"
+
+namespace py = pybind11;
+
+namespace {
+
+constexpr py::ssize_t kBlock = VORL_BLOCK_FRAMES;
+constexpr py::ssize_t kDelay = VORL_DELAY_FRAMES;
+constexpr py::ssize_t kBins = 256;
+
+using Pcm = py::array_t<int16_t, py::array::c_style | py::array::forcecast>;
+using Words = py::array_t<int64_t, py::array::c_style | py::array::forcecast>;
+
+st_vorl_tbl table_of(const py::object &table) {
+    if (table.is_none()) return vorl::default_table();
+    const std::string bytes = table.cast<py::bytes>();
+    if (bytes.size() != sizeof(st_vorl_tbl))
+        throw py::value_error("a tuning table has " + std::to_string(sizeof(st_vorl_tbl)) + " bytes, not " +
+                              std::to_string(bytes.size()));
+    st_vorl_tbl t;
+    std::memcpy(&t, bytes.data(), sizeof t);
+    return t;
+}
+
+py::bytes bytes_of(const st_vorl_tbl &t) { return py::bytes(reinterpret_cast<const char *>(&t), sizeof t); }
+
+// Drive words per block, checked as the tool checks a drive file.
+std::vector<vorl::DriveWords> words_of(const py::object &drive) {
+    std::vector<vorl::DriveWords> words;
+    if (drive.is_none()) return words;
+    const Words a = drive.cast<Words>();
+    if (a.ndim() != 2 || a.shape(1) != 3) throw py::value_error("drive must have shape (blocks, 3): zoom, af, wind");
+    const auto r = a.unchecked<2>();
+    for (py::ssize_t b = 0; b < a.shape(0); ++b) {
+        const int64_t zoom = r(b, 0), af = r(b, 1), wind = r(b, 2);
+        if (zoom < 0 || zoom > 2 || af < 0 || af > 0xffffffffLL || (wind != 0 && wind != 1))
+            throw py::value_error("drive block " + std::to_string(b) +
+                                  ": zoom must be 0..2, af a non-negative 32-bit value, wind 0 or 1");
+        words.push_back({static_cast<uint32_t>(zoom), static_cast<uint32_t>(af), static_cast<uint32_t>(wind)});
+    }
+    return words;
+}
+
+// Runs a recording as `vorl process` does (time-aligned, as long as the
+// input); with `gains`, also the suppression gain of every block: gains[b]
+// is the gain of the frame centred on input frame 256*(b+1) - the frame
+// made of input blocks b and b+1.
+py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
+                   bool gains) {
+    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    const std::vector<vorl::DriveWords> words = words_of(drive);
+    vorl::HostSession session(table_of(table), table.is_none() ? "built-in table" : "table", pulse);
+    for (const auto &w : words)
+        if (w.af != 0) {
+            session.follow_autofocus_word();
+            break;
+        }
+
+    const py::ssize_t frames = audio.shape(0);
+    const py::ssize_t input_blocks = (frames + kBlock - 1) / kBlock;
+    Pcm out({frames, py::ssize_t{2}});
+    py::array_t<float> gain({input_blocks, py::ssize_t{2}, kBins});
+    const int16_t *in = audio.data();
+    int16_t *dst = out.mutable_data();
+    float *g = gain.mutable_data();
+    {
+        py::gil_scoped_release unlocked;
+        VORLDcCutState dc;
+        VORLDcCutInit(&dc);
+        int16_t block[2 * kBlock], result[2 * kBlock];
+        // Three blocks of silence after the input bring its end out.
+        for (py::ssize_t b = 0; b < input_blocks + kDelay / kBlock; ++b) {
+            const py::ssize_t first = b * kBlock, got = std::max<py::ssize_t>(0, std::min(kBlock, frames - first));
+            if (got > 0) std::memcpy(block, in + 2 * first, 2 * got * sizeof(int16_t));
+            std::memset(block + 2 * got, 0, 2 * (kBlock - got) * sizeof(int16_t));
+            if (dc_cut) VORLDcCutProc(block, &dc, kBlock);
+            const vorl::DriveWords w = b < static_cast<py::ssize_t>(words.size()) ? words[b] : vorl::DriveWords{};
+            session.process(block, result, w);
+            // Output frame first + i is input frame first + i - 768.
+            for (py::ssize_t i = 0; i < kBlock; ++i) {
+                const py::ssize_t at = first + i - kDelay;
+                if (at >= 0 && at < frames) std::memcpy(dst + 2 * at, result + 2 * i, 2 * sizeof(int16_t));
+            }
+            // The frame just analysed holds input blocks b-3 and b-2.
+            if (gains && b >= 3 && b - 3 < input_blocks)
+                std::memcpy(g + (b - 3) * 2 * kBins, session.workspace().gain_prev, sizeof(float) * 2 * kBins);
+        }
+    }
+    if (!gains) return std::move(out);
+    return py::make_tuple(out, gain);
+}
+
+// Every rule a usable table keeps (checksum and version included).
+std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &table) {
+    std::vector<std::pair<std::string, std::string>> found;
+    for (const auto &v : vorl::tablekit::check_table_rules(table_of(table))) found.emplace_back(v.where, v.problem);
+    return found;
+}
+
+// A whole recording as 16-bit stereo (any format libsndfile reads).
+py::tuple read_audio(const std::string &path) {
+    vorl::AudioReader in(path);
+    in.require_stereo();
+    std::vector<int16_t> samples;
+    int16_t chunk[2 * 4096];
+    for (std::size_t got; (got = in.read(chunk, 4096)) > 0;) samples.insert(samples.end(), chunk, chunk + 2 * got);
+    const std::string problem = in.premature_end();
+    if (!problem.empty()) throw vorl::cli::Failure(vorl::cli::kExitInput, path + ": " + problem);
+    Pcm a({static_cast<py::ssize_t>(samples.size() / 2), py::ssize_t{2}});
+    std::memcpy(a.mutable_data(), samples.data(), samples.size() * sizeof(int16_t));
+    return py::make_tuple(a, in.sample_rate());
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_vorl, m) {
+    m.doc() = "libvorl's native part: processing and the table kit";
+    static py::exception<vorl::cli::Failure> error(m, "Error", PyExc_ValueError);
+    py::register_exception_translator([](std::exception_ptr p) {
+        try {
+            if (p) std::rethrow_exception(p);
+        } catch (const vorl::cli::Failure &e) {
+            error(e.what());
+        } catch (const vorl::tablekit::JsonError &e) {
+            error(e.what());
+        }
+    });
+    m.attr("BLOCK_FRAMES") = kBlock;
+    m.attr("DELAY_FRAMES") = kDelay;
+    m.attr("TABLE_BYTES") = sizeof(st_vorl_tbl);
+    m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
+          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("gains") = false);
+    m.def("read_audio", &read_audio, py::arg("path"));
+    m.def("default_table", [] { return bytes_of(vorl::default_table()); });
+    m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
+    m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });
+    m.def("check_table", &check_table);
+    m.def("seal_table", [](const py::bytes &t) {
+        st_vorl_tbl table = table_of(t);
+        vorl::tablekit::seal(table);
+        return bytes_of(table);
+    });
+}
