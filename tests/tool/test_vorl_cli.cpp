@@ -358,6 +358,10 @@ TEST(VorlOutputs, ReplacingNeedsYesKeepsModeWritesThroughLinksAndKilledRunsLeave
     }
     EXPECT_EQ(read_bytes(box.path("out.wav")), "previous take");
     EXPECT_EQ(box.vorl({"table", "new", "in.wav"}).exit_code, 1);
+    // A folder (or device) is never replaced by a file, even with -y.
+    ASSERT_EQ(mkdir(box.path("dir.wav").c_str(), 0755), 0);
+    EXPECT_EQ(box.vorl({"process", "in.wav", "dir.wav", "-y"}).exit_code, 1);
+    EXPECT_EQ(box.files(), (std::vector<std::string>{"dir.wav", "in.wav", "out.wav"}));
 
     chmod(box.path("out.wav").c_str(), 0640);
     ASSERT_EQ(box.vorl({"process", "in.wav", "out.wav", "-y"}).exit_code, 0);

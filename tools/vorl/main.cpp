@@ -1,4 +1,5 @@
 // vorl: lens-drive noise reduction for stereo recordings, from the shell.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -115,7 +116,13 @@ int dispatch(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     try {
-        return dispatch(argc, argv);
+        const int status = dispatch(argc, argv);
+        // Standard output is a result too: a full disk must not pass as success.
+        if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+            std::fprintf(stderr, "vorl: standard output: write failed: %s\n", std::strerror(errno));
+            return vorl::cli::kExitInput;
+        }
+        return status;
     } catch (const vorl::cli::Failure &f) {
         std::fprintf(stderr, "vorl: %s\n", f.what());
         return f.exit_code;

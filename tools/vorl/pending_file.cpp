@@ -219,7 +219,11 @@ Replace replace_policy(const cli::ParsedArgs &args) {
 
 void check_replace(const std::string &path, Replace policy) {
     struct stat st;
-    if (path == "-" || policy == Replace::Always || stat(path.c_str(), &st) != 0) return;
+    if (path == "-" || stat(path.c_str(), &st) != 0) return;
+    // A device or folder is never replaced by a file, whatever -y says.
+    if (!S_ISREG(st.st_mode))
+        cli::usage_error(path + ": exists and is not a regular file; write to \"-\" and redirect instead");
+    if (policy == Replace::Always) return;
     if (policy == Replace::Never) cli::usage_error(path + ": exists, not replaced (-n)");
     if (isatty(STDIN_FILENO) && isatty(STDERR_FILENO)) {
         std::fprintf(stderr, "vorl: %s exists; replace it? [y/N] ", path.c_str());
