@@ -480,7 +480,7 @@ void MediaWriter::copy_chapters() {
 std::string MediaWriter::encoding() const {
     std::string text = avcodec_get_name(encoder_->codec_id);
     if (!is_pcm(encoder_->codec_id) && encoder_->bit_rate > 0)
-        text += ", " + std::to_string((encoder_->bit_rate + 500) / 1000) + " kb/s";
+        text += " " + std::to_string((encoder_->bit_rate + 500) / 1000) + " kb/s";
     return text;
 }
 
