@@ -30,6 +30,7 @@ void make_clip(const std::string &path, const ClipSpec &spec) {
     for (int c = 2; c < spec.channels; ++c) channels += "|" + chirp;
     std::string cmd = std::string(VORL_FFMPEG) + " -v error -y";
     if (spec.video) cmd += " -f lavfi -i testsrc=size=160x120:rate=25:duration=2";
+    if (spec.audio_delay > 0) cmd += " -itsoffset " + std::to_string(spec.audio_delay);
     cmd += " -f lavfi -i 'aevalsrc=" + channels + ":s=48000:d=2'";
     if (spec.video) cmd += " -c:v libx264 -preset veryfast -bf 2 -pix_fmt yuv420p";
     if (spec.timecode) cmd += " -timecode 01:00:00:00";

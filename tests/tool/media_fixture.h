@@ -14,6 +14,7 @@ struct ClipSpec {
     int channels = 2;
     bool video = true;
     bool timecode = false;  // a timecode track starting 01:00:00:00 (MOV)
+    double audio_delay = 0;  // seconds the sound starts after the picture
 };
 
 // Writes a 2 s clip at `path` (the container from its extension): H.264

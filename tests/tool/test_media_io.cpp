@@ -43,6 +43,7 @@ int best_lag(const std::vector<int16_t> &a, const std::vector<int16_t> &b, int r
 
 struct Case {
     const char *file, *audio_codec;
+    double audio_delay;
 };
 std::ostream &operator<<(std::ostream &o, const Case &c) { return o << c.file << " with " << c.audio_codec; }
 
@@ -56,7 +57,7 @@ TEST_P(MediaRoundTrip, CopiesOtherStreamsAndKeepsTheSoundInTime) {
     const std::string dir = temp_dir();
     const std::string in = dir + "/" + GetParam().file, out = dir + "/out-" + GetParam().file;
     const bool mov = std::string(GetParam().file).find(".mov") != std::string::npos;
-    test::make_clip(in, {GetParam().audio_codec, 2, true, mov});
+    test::make_clip(in, {GetParam().audio_codec, 2, true, mov, GetParam().audio_delay});
     ASSERT_TRUE(is_video_container(in));
 
     std::vector<int16_t> sound;
@@ -66,6 +67,7 @@ TEST_P(MediaRoundTrip, CopiesOtherStreamsAndKeepsTheSoundInTime) {
         EXPECT_EQ(reader.sample_rate(), 48000);
         MediaWriter writer(reader, out, reader.sample_rate(), {});
         sound = read_all(reader);
+        EXPECT_EQ(reader.premature_end(), "");
         writer.write(sound.data(), sound.size() / 2);
         writer.commit();
     }
@@ -83,6 +85,7 @@ TEST_P(MediaRoundTrip, CopiesOtherStreamsAndKeepsTheSoundInTime) {
     EXPECT_EQ(ab.codec, aa.codec);
     EXPECT_EQ(ab.tags.at("language"), "eng");
     const double aac_frame = 1024.0 / 48000;
+    EXPECT_NEAR(aa.start, GetParam().audio_delay, aac_frame);
     EXPECT_NEAR(ab.start, aa.start, aac_frame);
     if (aa.duration > 0) EXPECT_NEAR(ab.duration, aa.duration, aac_frame);
 
@@ -97,9 +100,12 @@ TEST_P(MediaRoundTrip, CopiesOtherStreamsAndKeepsTheSoundInTime) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Containers, MediaRoundTrip,
-                         testing::Values(Case{"clip.mp4", "aac"}, Case{"clip.mov", "pcm_s16le"},
-                                         Case{"clip.mkv", "aac"}),
-                         [](const auto &info) { return std::string(info.param.file).substr(5); });
+                         testing::Values(Case{"clip.mp4", "aac", 0}, Case{"clip.mov", "pcm_s16le", 0},
+                                         Case{"clip.mkv", "aac", 0}, Case{"late.mkv", "aac", 0.5}),
+                         [](const auto &info) {
+                             const std::string file = info.param.file;
+                             return file.substr(0, 4) + "_" + file.substr(5);
+                         });
 
 TEST(MediaIo, RefusesWhatItCannotDoNamingTheFile) {
     const std::string dir = temp_dir();

@@ -127,10 +127,15 @@ void MediaReader::open() {
     if (status < 0) cli::input_error(path + ": cannot open the " + codec->name + " decoder: " + av_error(status));
     channels_ = decoder_->ch_layout.nb_channels;
     rate_ = decoder_->sample_rate;
-    if (st->duration != AV_NOPTS_VALUE)
-        frames_ = av_rescale_q(st->duration, st->time_base, AVRational{1, std::max(rate_, 1)});
-    else if (format_->duration != AV_NOPTS_VALUE)
-        frames_ = av_rescale(format_->duration, rate_, AV_TIME_BASE);
+    const AVRational per_frame{1, std::max(rate_, 1)};
+    if (st->duration != AV_NOPTS_VALUE) {
+        frames_ = av_rescale_q(st->duration, st->time_base, per_frame);
+    } else if (format_->duration != AV_NOPTS_VALUE) {  // from the stream's start to the file's end
+        int64_t span = format_->duration;
+        if (format_->start_time != AV_NOPTS_VALUE && st->start_time != AV_NOPTS_VALUE)
+            span -= av_rescale_q(st->start_time, st->time_base, AV_TIME_BASE_Q) - format_->start_time;
+        frames_ = av_rescale_q(span, AV_TIME_BASE_Q, per_frame);
+    }
     start_pts_ = st->start_time != AV_NOPTS_VALUE ? st->start_time : 0;
     if (channels_ == 2 && !decode_more()) cli::input_error(path + ": its audio stream holds no samples");
 }
@@ -475,7 +480,7 @@ void MediaWriter::copy_chapters() {
 std::string MediaWriter::encoding() const {
     std::string text = avcodec_get_name(encoder_->codec_id);
     if (!is_pcm(encoder_->codec_id) && encoder_->bit_rate > 0)
-        text += ", " + std::to_string((encoder_->bit_rate + 500) / 1000) + " kb/s";
+        text += " " + std::to_string((encoder_->bit_rate + 500) / 1000) + " kb/s";
     return text;
 }
 

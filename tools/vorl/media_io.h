@@ -109,7 +109,7 @@ public:
     MediaWriter(const MediaWriter &) = delete;
     MediaWriter &operator=(const MediaWriter &) = delete;
 
-    // e.g. "aac, 192 kb/s"
+    // e.g. "aac 192 kb/s"
     std::string encoding() const;
 
     void write(const int16_t *interleaved, std::size_t frames) override;

@@ -431,10 +431,12 @@ int run_process(int argc, char **argv, int first) {
             for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
         const std::string out_name = o.out == "-" ? "standard output" : o.out;
+        std::string notes = resample ? ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back" : "";
+        if (const auto *video = dynamic_cast<const MediaWriter *>(out.get()))
+            notes += ", new audio " + video->encoding();
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
                      in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
-                     seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s",
-                     resample ? (", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back").c_str() : "");
+                     seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s", notes.c_str());
     }
     return o.learn.empty() ? cli::kExitOk : report_learning(o, session);
 }
