@@ -12,7 +12,7 @@ constexpr int kFrame = 2 * DriveDetector::kBlock;
 constexpr int kFirstBin = 16, kEndBin = 128;   // 1.5-12 kHz: motor hiss, clicks, whine harmonics
 constexpr int kRank = (kEndBin - kFirstBin) * 3 / 4;  // 75th percentile
 constexpr float kFloor = 1e-5f;                // about -80 dBFS per bin: silence is idle
-constexpr float kZoomOnDb = -1.0f, kZoomOffDb = -3.0f;
+constexpr float kZoomOnDb = -1.0f, kZoomOffDb = -4.0f;
 constexpr int kWindow = DriveDetector::kMinBlocks + DriveDetector::kMaxGapBlocks;  // filter reach
 constexpr int kWindBins = 3;                   // bins 0-2, below 280 Hz
 constexpr float kWindSmooth = 0.125f;          // about 8 blocks
@@ -172,6 +172,19 @@ bool DriveDetector::flush(DriveWords &words) {
     return true;
 }
 
+void mark_autofocus_runs(std::vector<DriveWords> &words) {
+    for (std::size_t b = 0; b < words.size();) {
+        std::size_t end = b;
+        while (end < words.size() && words[end].zoom != 0) ++end;
+        if (end > b && end - b <= static_cast<std::size_t>(DriveDetector::kAutofocusMaxBlocks))
+            for (std::size_t j = b; j < end; ++j) {
+                words[j].zoom = 0;
+                words[j].af = 1;
+            }
+        b = end > b ? end : b + 1;
+    }
+}
+
 std::vector<DriveWords> detect_drives(const int16_t *samples, std::size_t frames, const st_vorl_tbl *table) {
     DriveDetector detector(table);
     std::vector<DriveWords> words;
@@ -186,17 +199,7 @@ std::vector<DriveWords> detect_drives(const int16_t *samples, std::size_t frames
         if (detector.push(block, w)) words.push_back(w);
     }
     while (detector.flush(w)) words.push_back(w);
-    // Short motor runs are autofocus moves.
-    for (std::size_t b = 0; b < words.size();) {
-        std::size_t end = b;
-        while (end < words.size() && words[end].zoom != 0) ++end;
-        if (end > b && end - b <= static_cast<std::size_t>(DriveDetector::kAutofocusMaxBlocks))
-            for (std::size_t j = b; j < end; ++j) {
-                words[j].zoom = 0;
-                words[j].af = 1;
-            }
-        b = end > b ? end : b + 1;
-    }
+    mark_autofocus_runs(words);
     return words;
 }
 

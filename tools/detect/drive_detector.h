@@ -41,8 +41,8 @@ namespace vorl {
 class DriveDetector {
 public:
     static constexpr int kBlock = 256;              // frames per block and word
-    static constexpr int kMinBlocks = 6;            // shortest motor run kept (32 ms)
-    static constexpr int kMaxGapBlocks = 6;         // shorter idle gaps inside a run are closed
+    static constexpr int kMinBlocks = 8;            // shortest motor run kept (43 ms)
+    static constexpr int kMaxGapBlocks = 24;        // shorter gaps (128 ms) inside a run are closed
     static constexpr int kAutofocusMaxBlocks = 64;  // runs up to this long are autofocus (offline)
     // Words come out this many blocks after their audio went in.
     static constexpr int kLatencyBlocks = 3 + kMinBlocks + kMaxGapBlocks;
@@ -62,7 +62,7 @@ public:
     bool flush(DriveWords &words);
 
 private:
-    static constexpr int kHistory = 32;  // ring of per-block decisions (power of two)
+    static constexpr int kHistory = 128;  // ring of per-block decisions (power of two)
     struct BlockState {
         float ratio_db = -100.0f;     // zoom statistic
         float smoothed_db = -100.0f;  // median of three
@@ -91,6 +91,10 @@ private:
     uint32_t run_direction_ = 1;
     BlockState ring_[kHistory];
 };
+
+// Marks motor runs of at most kAutofocusMaxBlocks blocks as autofocus
+// (af 1, zoom 0): what the offline detector adds to the streaming words.
+void mark_autofocus_runs(std::vector<DriveWords> &words);
 
 // Offline: the drive words of a whole recording (`frames` interleaved
 // stereo frames), one per block, with autofocus runs told from zoom runs.

@@ -43,8 +43,9 @@ the scene's true words.
                    block F1 of zoom blocks, its false drive time (% of the
                    blocks without drive), the drive attenuation with the
                    true words and with the detected words and their
-                   difference, the quiet distortion and level change with
-                   the detected words, and the F1 of wind blocks
+                   difference, the quiet distortion with the detected
+                   words and (true) with the true ones, the level change
+                   with the detected words, and the F1 of wind blocks
   --per-scene      also one line per scene
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
@@ -82,8 +83,8 @@ double f1(int64_t hit, int64_t wrong, int64_t missed) {
 
 void print_header(bool detect) {
     if (detect)
-        std::printf("%-18s %6s %8s %8s %11s %9s %7s %11s %7s %7s\n", "type", "scenes", "zoom F1", "false %",
-                    "atten true", "detected", "diff", "quiet dist", "level", "wind F1");
+        std::printf("%-18s %6s %8s %8s %11s %9s %7s %11s %9s %7s %7s\n", "type", "scenes", "zoom F1", "false %",
+                    "atten true", "detected", "diff", "quiet dist", "(true)", "level", "wind F1");
     else
         std::printf("%-18s %6s %8s %12s %8s %8s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle",
                     "below", "quiet dist", "level");
@@ -97,10 +98,10 @@ void print_row(const std::string &label, const Totals &t, bool detect) {
         const bool windy = t.wind_hit + t.wind_missed > 0;
         char wind[16] = "-";
         if (windy) std::snprintf(wind, sizeof wind, "%.3f", f1(t.wind_hit, t.wind_false, t.wind_missed));
-        std::printf("%-18s %6d %8.3f %8.2f %8.2f dB %9.2f %7.2f %8.2f dB %7.2f %7s\n", label.c_str(), t.scenes,
+        std::printf("%-18s %6d %8.3f %8.2f %8.2f dB %9.2f %7.2f %8.2f dB %9.2f %7.2f %7s\n", label.c_str(), t.scenes,
                     f1(t.zoom_hit, t.zoom_false, t.zoom_missed), t.idle ? 100.0 * t.idle_driven / t.idle : 0.0,
-                    with_truth, atten, with_truth - atten, lib.outside.difference_db(), lib.outside.level_change_db(),
-                    wind);
+                    with_truth, atten, with_truth - atten, lib.outside.difference_db(),
+                    t.true_words.outside.difference_db(), lib.outside.level_change_db(), wind);
         return;
     }
     std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f %8.2f dB %7.2f\n", label.c_str(), t.scenes,
