@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -578,6 +579,43 @@ TEST(VorlProcess, VideoGetsNewSoundAndKeepsEverythingElse) {
     EXPECT_EQ(cut.exit_code, 2);
     EXPECT_TRUE(contains(cut.err, "cut.mp4: cannot read as a video file")) << cut.err;
     EXPECT_FALSE(file_exists(box.path("cut-out.mp4")));
+}
+
+// A tone in both channels with a second (1-2 s) of noise that differs
+// between them, as a motor near the capsules makes.
+double motor_stretch(int64_t n, int c) {
+    double v = 0.1 * std::sin(2.0 * M_PI * 440.0 * n / 48000.0);
+    if (n >= 48000 && n < 96000) {
+        uint64_t h = (static_cast<uint64_t>(n) * 2 + static_cast<uint64_t>(c) + 1) * 0x9E3779B97F4A7C15ull;
+        h = (h ^ (h >> 29)) * 0xBF58476D1CE4E5B9ull;
+        h ^= h >> 32;
+        v += 0.05 * (static_cast<double>(h >> 11) / 9007199254740992.0 * 2.0 - 1.0);
+    }
+    return v;
+}
+
+TEST(VorlProcess, DetectsDrivesWithoutALogAndItsWordsRoundTrip) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 3 * 48000, 48000, kWav16, motor_stretch);
+    RunResult r = box.vorl({"process", "in.wav", "detected.wav", "--drive-out", "used.txt"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "drives detected: 1, 1.0 s")) << r.err;
+    const std::string used = read_bytes(box.path("used.txt"));
+    EXPECT_EQ(std::count(used.begin(), used.end(), '\n'), 1 + (3 * 48000 + 255) / 256);  // a comment, then a line a block
+    EXPECT_TRUE(contains(used, "\n1 0 0\n"));
+
+    // The written words given back reproduce the run bit for bit.
+    r = box.vorl({"process", "in.wav", "given.wav", "--drive", "used.txt", "--drive-out", "again.txt"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_FALSE(contains(r.err, "detected")) << r.err;
+    EXPECT_EQ(read_bytes(box.path("given.wav")), read_bytes(box.path("detected.wav")));
+    EXPECT_EQ(read_bytes(box.path("again.txt")), used);
+
+    r = box.vorl({"process", "in.wav", "plain.wav", "--no-detect"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "removes nothing")) << r.err;
+    EXPECT_NE(read_bytes(box.path("plain.wav")), read_bytes(box.path("detected.wav")));
+    EXPECT_EQ(box.vorl({"process", "in.wav", "x.wav", "--no-detect", "--zoom-in", "1-2"}).exit_code, 1);
 }
 
 }  // namespace

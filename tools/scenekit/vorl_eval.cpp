@@ -7,13 +7,18 @@
 
 #include "evaluate.h"
 #include "scene_args.h"
+#include "drive_detector.h"
 #include "drive_schedule.h"
 #include "table_store.h"
 
 namespace {
 
+using scenekit::DriveMeasure;
+using scenekit::DriveWords;
+using scenekit::SceneResult;
+
 const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--types LIST] [--cameras LIST] [--seeds LIST]
-                 [--seconds S] [--drive-dir DIR] [--per-scene]
+                 [--seconds S] [--drive-dir DIR | --detect] [--per-scene]
 
 Generates each scene of the selection, processes its noisy recording with
 the library exactly as "vorl process" does (time-aligned), and with the
@@ -33,34 +38,91 @@ the scene's true words.
                    every type on the held-out cameras 8-11, seeds 1000-1002)
   --drive-dir DIR  the library gets the drive words of DIR/NAME-drive.txt
                    (NAME as vorl_scenes names it) instead of the true ones
+  --detect         the library gets the drive detector's words (informed
+                   by --table when given); prints per type the detector's
+                   block F1 of zoom blocks, its false drive time (% of the
+                   blocks without drive), the drive attenuation with the
+                   true words and with the detected words and their
+                   difference, the quiet distortion with the detected
+                   words and (true) with the true ones, the level change
+                   with the detected words, and the F1 of wind blocks
   --per-scene      also one line per scene
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
-void print_header() {
-    std::printf("%-18s %6s %8s %12s %8s %8s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle", "below",
-                "quiet dist", "level");
+// What one scene type adds up to.
+struct Totals {
+    int scenes = 0;
+    SceneResult given;            // with the words the library was given
+    DriveMeasure true_words;      // --detect: the library with the true words
+    int64_t zoom_hit = 0, zoom_false = 0, zoom_missed = 0;  // zoom blocks
+    int64_t idle = 0, idle_driven = 0;                      // blocks without drive
+    int64_t wind_hit = 0, wind_false = 0, wind_missed = 0;
+
+    void add_detection(const std::vector<DriveWords> &truth, const std::vector<DriveWords> &found) {
+        for (std::size_t b = 0; b < truth.size(); ++b) {
+            const DriveWords f = b < found.size() ? found[b] : DriveWords{};
+            const bool zt = truth[b].zoom != 0, zf = f.zoom != 0, wt = truth[b].wind != 0, wf = f.wind != 0;
+            zoom_hit += zt && zf;
+            zoom_false += !zt && zf;
+            zoom_missed += zt && !zf;
+            wind_hit += wt && wf;
+            wind_false += !wt && wf;
+            wind_missed += wt && !wf;
+            if (!truth[b].driven()) {
+                idle++;
+                idle_driven += f.driven();
+            }
+        }
+    }
+};
+
+double f1(int64_t hit, int64_t wrong, int64_t missed) {
+    return hit + wrong + missed == 0 ? 1.0 : 2.0 * hit / static_cast<double>(2 * hit + wrong + missed);
 }
 
-void print_row(const std::string &label, int scenes, const scenekit::SceneResult &r) {
-    const double atten = r.library.drives.attenuation_db(), ideal = r.oracle.drives.attenuation_db();
-    std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f %8.2f dB %7.2f\n", label.c_str(), scenes,
-                r.library.drives.blocks * 256.0 / scenekit::kSampleRate, atten, ideal, ideal - atten,
-                r.library.outside.difference_db(), r.library.outside.level_change_db());
+void print_header(bool detect) {
+    if (detect)
+        std::printf("%-18s %6s %8s %8s %11s %9s %7s %11s %9s %7s %7s\n", "type", "scenes", "zoom F1", "false %",
+                    "atten true", "detected", "diff", "quiet dist", "(true)", "level", "wind F1");
+    else
+        std::printf("%-18s %6s %8s %12s %8s %8s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle",
+                    "below", "quiet dist", "level");
+}
+
+void print_row(const std::string &label, const Totals &t, bool detect) {
+    const DriveMeasure &lib = t.given.library;
+    const double atten = lib.drives.attenuation_db(), ideal = t.given.oracle.drives.attenuation_db();
+    if (detect) {
+        const double with_truth = t.true_words.drives.attenuation_db();
+        const bool windy = t.wind_hit + t.wind_missed > 0;
+        char wind[16] = "-";
+        if (windy) std::snprintf(wind, sizeof wind, "%.3f", f1(t.wind_hit, t.wind_false, t.wind_missed));
+        std::printf("%-18s %6d %8.3f %8.2f %8.2f dB %9.2f %7.2f %8.2f dB %9.2f %7.2f %7s\n", label.c_str(), t.scenes,
+                    f1(t.zoom_hit, t.zoom_false, t.zoom_missed), t.idle ? 100.0 * t.idle_driven / t.idle : 0.0,
+                    with_truth, atten, with_truth - atten, lib.outside.difference_db(),
+                    t.true_words.outside.difference_db(), lib.outside.level_change_db(), wind);
+        return;
+    }
+    std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f %8.2f dB %7.2f\n", label.c_str(), t.scenes,
+                lib.drives.blocks * 256.0 / scenekit::kSampleRate, atten, ideal, ideal - atten,
+                lib.outside.difference_db(), lib.outside.level_change_db());
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     using namespace scenekit;
-    const Args args =
-        parse_args(argc, argv, {"table", "types", "cameras", "seeds", "seconds", "drive-dir"}, {"per-scene"}, kUsage);
+    const Args args = parse_args(argc, argv, {"table", "types", "cameras", "seeds", "seconds", "drive-dir"},
+                                 {"per-scene", "detect"}, kUsage);
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
+    const bool detect = args.has("detect"), per_scene = args.has("per-scene");
+    if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
         const st_vorl_tbl table = args.has("table") ? vorl::read_table(args.get("table", "")) : vorl::default_table();
-        std::map<SceneType, std::pair<int, SceneResult>> by_type;
-        if (args.has("per-scene")) print_header();
+        std::map<SceneType, Totals> by_type;
+        if (per_scene) print_header(detect);
         for (const SceneId &id : sel.ids()) {
             const Scene scene = make_scene(id, sel.seconds);
             std::vector<DriveWords> words = scene.words;
@@ -68,16 +130,34 @@ int main(int argc, char **argv) {
                 const auto given = vorl::DriveSchedule::from_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt");
                 for (std::size_t b = 0; b < words.size(); ++b) words[b] = given.at(static_cast<int64_t>(b), kSampleRate);
             }
-            const SceneResult r = evaluate(scene, table, words);
-            auto &sum = by_type[id.type];
-            sum.first++;
-            sum.second.library += r.library;
-            sum.second.oracle += r.oracle;
-            if (args.has("per-scene")) print_row(id.name(), 1, r);
+            if (detect) words = vorl::detect_drives(scene.noisy.data(), scene.frames(), args.has("table") ? &table : nullptr);
+            Totals one;
+            one.scenes = 1;
+            one.given = evaluate(scene, table, words);
+            if (detect) {
+                const Pcm truth_run = run_library(table, scene.noisy, scene.words);
+                one.true_words = vorl::measure_drives(scene.clean.data(), scene.noisy.data(), truth_run.data(),
+                                                      scene.frames(), [&](std::size_t b) { return scene.words[b]; });
+                one.add_detection(scene.words, words);
+            }
+            Totals &sum = by_type[id.type];
+            sum.scenes++;
+            sum.given.library += one.given.library;
+            sum.given.oracle += one.given.oracle;
+            sum.true_words += one.true_words;
+            sum.zoom_hit += one.zoom_hit;
+            sum.zoom_false += one.zoom_false;
+            sum.zoom_missed += one.zoom_missed;
+            sum.idle += one.idle;
+            sum.idle_driven += one.idle_driven;
+            sum.wind_hit += one.wind_hit;
+            sum.wind_false += one.wind_false;
+            sum.wind_missed += one.wind_missed;
+            if (per_scene) print_row(id.name(), one, detect);
         }
-        if (args.has("per-scene")) std::printf("\n");
-        print_header();
-        for (const auto &[type, sum] : by_type) print_row(name_of(type), sum.first, sum.second);
+        if (per_scene) std::printf("\n");
+        print_header(detect);
+        for (const auto &[type, sum] : by_type) print_row(name_of(type), sum, detect);
     } catch (const std::exception &e) {
         std::fprintf(stderr, "vorl_eval: %s\n", e.what());
         return 2;

@@ -163,6 +163,13 @@ std::size_t AudioReader::read(float *out, std::size_t n) {
     return static_cast<std::size_t>(std::max<sf_count_t>(got, 0));
 }
 
+void AudioReader::rewind() {
+    if (sf_seek(sf_, 0, SEEK_SET) != 0) cli::input_error(name_ + ": cannot go back to the start for a second pass");
+    frames_read_ = 0;
+    decode_error_.clear();
+    to_16bit_ = Requantizer(to_16bit_.dithers());
+}
+
 void AudioReader::after_read(int64_t got) {
     if (sf_error(sf_) != SF_ERR_NO_ERROR) decode_error_ = sf_strerror(sf_);
     if (got > 0) frames_read_ += got;

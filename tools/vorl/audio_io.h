@@ -23,6 +23,7 @@ class Requantizer {
 public:
     explicit Requantizer(bool dither) : dither_(dither) {}
     int16_t operator()(double v);
+    bool dithers() const { return dither_; }
     uint64_t clipped() const { return clipped_; }
 
 private:
@@ -65,6 +66,10 @@ public:
     // The same as floats, full scale 1.0, as stored (no rounding).
     std::size_t read(float *out, std::size_t n) override;
     int64_t frames_read() const override { return frames_read_; }
+
+    // Back to the first frame, as if just opened (the dither sequence and
+    // the counts start again): for a second pass over the input.
+    void rewind();
 
     // After the end: "premature end of file: 0.52 s of 20.00 s" (with the
     // decoder's complaint, if any) when fewer frames came than the header

@@ -90,6 +90,13 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
     return s;
 }
 
+DriveSchedule DriveSchedule::from_words(std::vector<DriveWords> words) {
+    DriveSchedule s;
+    s.file_given_ = true;
+    s.by_block_ = std::move(words);
+    return s;
+}
+
 void write_drive_file(const std::string &path, const std::vector<DriveWords> &words) {
     std::string text = "# zoom af wind, one line per 256-frame block\n";
     for (const DriveWords &w : words)

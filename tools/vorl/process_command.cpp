@@ -15,6 +15,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "drive_schedule.h"
+#include "drive_detection.h"
 #include "drive_options.h"
 #include "engine_stream.h"
 #include "host_session.h"
@@ -74,7 +75,8 @@ Tuning table:
                       the exit status is 3. OUT_TABLE may be the --table
                       file itself (with -y); no other table is modified.
 
-Drive state (what the lens did; without any of these the file is idle):
+Drive state (what the lens did; without any of these the drives are
+detected from the recording itself, see "Drive detection" below):
   --drive FILE        one line per 256-frame block, "zoom af wind":
                         zoom  0 idle, 1 zoom-in ("WT"), 2 zoom-out ("TW")
                         af    autofocus drive, 0 idle, non-zero driving
@@ -103,6 +105,25 @@ Drive state (what the lens did; without any of these the file is idle):
   setting holds. The built-in table's "AF" template is empty, so autofocus
   noise is removed only with a table that has one, e.g. a table made for
   the camera with "vorl table fit" from a take with autofocus moves.
+
+
+Drive detection (when no drive state is given):
+  The zoom and autofocus motors sit a few centimetres from the two
+  microphones, so while one runs the difference of the channels grows to
+  about the level of their sum from 1.5 to 12 kHz, far above what the
+  scene's own stereo gives. A first pass over IN finds those stretches
+  (zoom drives; runs under 0.35 s count as autofocus) and wind (strong
+  sound below 280 Hz that differs between the channels), then IN is
+  processed with these words. The summary says how many drives were found.
+  Direction: with the built-in table both zoom directions are treated the
+  same and detected drives are reported as zoom-in (1); with a --table
+  whose "WT" and "TW" templates differ, each drive gets the direction whose
+  template fits it better.
+  --no-detect         process without any drive: nothing is removed
+                      (a warning says so)
+  --drive-out FILE    write the drive words used (given or detected), one
+                      line per block in the --drive format, so that a run
+                      can be repeated or the detection corrected by hand
 
   --strict            a drive file whose length differs from IN's, or a
                       range reaching past IN's end, is an error (exit 2,
@@ -158,11 +179,12 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 )";
 
 struct Options {
-    std::string in, out, table, learn, type, removed;
+    std::string in, out, table, learn, type, removed, drive_out;
     double strength = 1;
     bool out_is_removed = false;
     AudioEncoding encoding;
     DriveSchedule drive;
+    bool drive_given = false, no_detect = false;
     bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false, force = false;
     Replace replace = Replace::Ask;
 };
@@ -173,7 +195,8 @@ Options parse(int argc, char **argv, int first) {
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
                                             {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"},
                                             {"audio-codec", true}, {"audio-bitrate", true}, {"strength", true},
-                                            {"removed", true}, {"output", true}})),
+                                            {"removed", true}, {"output", true},
+                                            {"no-detect"}, {"drive-out", true}})),
                         "process");
     if (args.help) {
         std::fputs(kHelp, stdout);
@@ -181,7 +204,7 @@ Options parse(int argc, char **argv, int first) {
     }
     cli::expect_positional(args, 2, "process", "IN OUT [options]");
     for (const char *once :
-         {"table", "learn", "type", "audio-codec", "audio-bitrate", "strength", "removed", "output"})
+         {"table", "learn", "type", "audio-codec", "audio-bitrate", "strength", "removed", "output", "drive-out"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
     Options o;
     o.in = args.positional[0];
@@ -197,6 +220,10 @@ Options parse(int argc, char **argv, int first) {
     o.no_resample = args.has("no-resample");
     o.force = args.has("force");
     o.drive = drive_from_args(args);
+    o.drive_given = drive_given(args);
+    o.no_detect = args.has("no-detect");
+    o.drive_out = args.value("drive-out");
+    if (o.drive_given && o.no_detect) cli::usage_error("--no-detect with a given drive state: nothing is detected anyway");
     o.replace = replace_policy(args);
     o.removed = args.value("removed");
     o.encoding.codec = args.value("audio-codec");
@@ -231,9 +258,14 @@ void check_paths(const Options &o) {
         for (const std::string &other : {o.in, o.out, o.table, o.learn})
             if (!other.empty() && (o.removed == other || same_file(o.removed, other)))
                 cli::usage_error(o.removed + ": --removed names a file the run reads or writes; choose another name");
+    if (!o.drive_out.empty())
+        for (const std::string &other : {o.in, o.out, o.table, o.learn, o.removed})
+            if (!other.empty() && (o.drive_out == other || same_file(o.drive_out, other)))
+                cli::usage_error(o.drive_out + ": --drive-out names a file the run reads or writes; choose another name");
     check_replace(o.out, o.replace);
     if (!o.learn.empty()) check_replace(o.learn, o.replace);
     if (!o.removed.empty()) check_replace(o.removed, o.replace);
+    if (!o.drive_out.empty()) check_replace(o.drive_out, o.replace);
     if (!o.type.empty() && format_for_type(o.type) == 0)
         cli::usage_error("--type " + o.type + ": unknown audio type; use wav, flac, aiff, ...");
     if (o.type.empty() && o.out == "-") cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");
@@ -379,8 +411,28 @@ int run_process(int argc, char **argv, int first) {
             if (!o.quiet) cli::warn(what);
         }
     }
+    DriveSchedule drive = o.drive;
+    const bool detecting = !o.drive_given && !o.no_detect;
+    DriveTally detected;
+    if (detecting) {
+        // A first pass: standard input from its spooled copy, rewound after;
+        // a file through a reader of its own.
+        const st_vorl_tbl *informs = o.table.empty() ? nullptr : &table;
+        std::vector<DriveWords> words;
+        if (o.in == "-") {
+            words = detect_input_drives(in, informs, engine_rate);
+            dynamic_cast<AudioReader &>(in).rewind();
+        } else {
+            const std::unique_ptr<SampleReader> pass = open_input(o.in);
+            words = detect_input_drives(*pass, informs, engine_rate);
+        }
+        detected = tally_drives(words, engine_rate);
+        drive = DriveSchedule::from_words(words);
+    } else if (!o.drive_given && !o.quiet) {
+        cli::warn("no drive state and --no-detect: the noise reducer removes nothing");
+    }
     HostSession session(table, table_name, o.pulse);
-    if (o.drive.has_af()) session.follow_autofocus_word();
+    if (drive.has_af()) session.follow_autofocus_word();
 
     if (resample && !o.removed.empty())
         cli::usage_error("--removed needs IN at 48000 Hz or --no-resample; --output removed gives the removed "
@@ -398,7 +450,7 @@ int run_process(int argc, char **argv, int first) {
     const EngineStream::Sink to_out = [&](const int16_t *p, std::size_t n) {
         bridge ? bridge->take(p, n) : out->write(p, n);
     };
-    EngineStream engine(session, o.drive, engine_rate, o.dc_cut, o.raw,
+    EngineStream engine(session, drive, engine_rate, o.dc_cut, o.raw,
                         o.out_is_removed ? [](const int16_t *, std::size_t) {} : to_out);
     if (o.strength < 1 || removed || o.out_is_removed)
         engine.mix(o.strength, o.out_is_removed ? to_out
@@ -416,6 +468,12 @@ int run_process(int argc, char **argv, int first) {
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const int64_t frames = in.frames_read();
+    if (!o.drive_out.empty()) {
+        const int64_t blocks = (engine_frames(frames) + VORL_BLOCK_FRAMES - 1) / VORL_BLOCK_FRAMES;
+        std::vector<DriveWords> used(static_cast<std::size_t>(blocks));
+        for (int64_t b = 0; b < blocks; ++b) used[static_cast<std::size_t>(b)] = drive.at(b, engine_rate);
+        write_drive_file(o.drive_out, used);
+    }
     const uint32_t updates = session.learn_count();
     const std::string premature = in.premature_end();
     if (!premature.empty()) cli::warn(in.name() + ": " + premature);
@@ -431,7 +489,13 @@ int run_process(int argc, char **argv, int first) {
             for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
         const std::string out_name = o.out == "-" ? "standard output" : o.out;
-        std::string notes = resample ? ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back" : "";
+        std::string notes;
+        if (detecting) {
+            char found[64];
+            std::snprintf(found, sizeof found, ", drives detected: %d, %.1f s", detected.drives, detected.seconds);
+            notes += found;
+        }
+        if (resample) notes += ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back";
         if (const auto *video = dynamic_cast<const MediaWriter *>(out.get()))
             notes += ", new audio " + video->encoding();
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
