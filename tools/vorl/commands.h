@@ -16,5 +16,7 @@ int run_table_dump(int argc, char **argv, int first);
 int run_table_check(int argc, char **argv, int first);
 int run_table_to_json(int argc, char **argv, int first);
 int run_table_from_json(int argc, char **argv, int first);
+int run_table_fit(int argc, char **argv, int first);
+int run_table_diff(int argc, char **argv, int first);
 
 }  // namespace vorl

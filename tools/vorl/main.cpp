@@ -31,6 +31,9 @@ const Command kCommands[] = {
     {"table", "check", "FILE", "check every rule a usable table keeps", vorl::run_table_check},
     {"table", "to-json", "FILE", "print the table as JSON", vorl::run_table_to_json},
     {"table", "from-json", "JSON OUT", "build a table from JSON (- for stdin)", vorl::run_table_from_json},
+    {"table", "fit", "CAL_AUDIO --drive FILE -o OUT", "fit a table to a camera from a calibration take",
+     vorl::run_table_fit},
+    {"table", "diff", "A B", "what changed between two tables, band by band", vorl::run_table_diff},
 };
 
 // Groups of commands ("vorl table new", ...) with the text "vorl GROUP

@@ -1,0 +1,103 @@
+// The fit report in text.
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "fit_table.h"
+
+namespace vorl::fit {
+
+namespace {
+
+// A mean bin power as the rms level of white noise giving it, in dBFS.
+std::string level(double power) {
+    if (!(power > 0.0)) return "   -inf";
+    char s[16];
+    std::snprintf(s, sizeof s, "%7.1f", 10.0 * std::log10(power / 256.0));
+    return s;
+}
+
+void add(std::string &out, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void add(std::string &out, const char *format, ...) {
+    char line[512];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    out += line;
+}
+
+const char *kind_name(FrameKind k) {
+    switch (k) {
+    case FrameKind::zoom_in: return "zoom-in";
+    case FrameKind::zoom_out: return "zoom-out";
+    case FrameKind::af: return "autofocus";
+    default: return "other";
+    }
+}
+
+}  // namespace
+
+std::string format_report(const FitResult &fit) {
+    const FitReport &r = fit.report;
+    const st_vorl &p = fit.table.st_vorl;
+    const double hz = r.rate / 512.0;
+    const double block_s = 256.0 / r.rate;
+    std::string out;
+    add(out, "Calibration take: %d zoom-in and %d zoom-out frames used (%.2f s and %.2f s), %d autofocus, %d quiet\n",
+        r.zoom_frames[0], r.zoom_frames[1], r.zoom_frames[0] * block_s, r.zoom_frames[1] * block_s, r.af_frames,
+        r.quiet_frames);
+    add(out, "Drives:\n");
+    for (const DriveRun &run : r.runs)
+        add(out, "  %-9s %7.2f - %7.2f s  %4d frames used\n", kind_name(run.kind), run.first_block * block_s,
+            run.end_block * block_s, run.frames_used);
+    if (r.af_frames == 0) add(out, "  (no autofocus moves: template 0 kept from the base table)\n");
+
+    add(out, "\nPer band (levels in dBFS as white noise of that mean bin power; templates at the band's end bin):\n");
+    add(out, "band  bins     Hz             coef L  coef R  motor L motor R   diff   room L  room R   WT L    WT R    TW L    TW R    AF L    AF R\n");
+    int first = 0;
+    for (const NodeFit &n : r.nodes) {
+        const int last = p.zspec_comp_base_bin[n.band];
+        const int g = (last + 3) / 4;
+        add(out, "%4d  %3d-%3d  %5.0f-%5.0f  %7.3f %7.3f %s %s %s %s %s %s %s %s %s %s %s%s\n", n.band, first, last,
+            first * hz, last * hz, n.value[0], n.value[1], level(n.motor[0]).c_str(), level(n.motor[1]).c_str(),
+            level(n.diff).c_str(), level(n.room[0]).c_str(), level(n.room[1]).c_str(),
+            level(r.templates[1][0][g]).c_str(), level(r.templates[1][1][g]).c_str(),
+            level(r.templates[2][0][g]).c_str(), level(r.templates[2][1][g]).c_str(),
+            level(r.templates[0][0][g]).c_str(), level(r.templates[0][1][g]).c_str(),
+            n.measured ? "" : "  (not measured: base value)");
+        first = last + 1;
+    }
+    add(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
+             "tolerances %.2f / %.2f\n",
+        p.zspec_comp_min_floor_value, p.tolerance_range_zspec_max, p.tolerance_range_zspec_min);
+    add(out, "Division table: accurate (1e-3) from bin power %.3g to %.3g (drive powers, 2nd percentile to 16 x "
+             "the 99.5th)\n",
+        r.division_low, r.division_high);
+
+    add(out, "\nSuppression values by the held-out score (the noise attenuation of \"vorl measure\" on a speech-like\n"
+             "probe scene added 10 dB under, at and 10 dB over the motor's level, mean of the three; curves fitted\n"
+             "on every other drive, scored on the others):\n");
+    add(out, "  base:   over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f\n", r.base.over_est, r.base.floor,
+        r.base.smoothing);
+    add(out, "  chosen: over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f", r.chosen.over_est, r.chosen.floor,
+        r.chosen.smoothing);
+    if (std::isnan(r.chosen.score_db))
+        out += " (not scored)\n";
+    else
+        add(out, " (%.2f dB)\n", r.chosen.score_db);
+    for (const std::string &s : r.search) out += "    " + s + "\n";
+    if (r.compared)
+        add(out,
+            "Held-out comparison: base table %.2f dB, base table after the library's learning on the same drives "
+            "%.2f dB (%u updates), fitted table %.2f dB\n",
+            r.base_db, r.learned_db, r.learned_updates, r.fitted_db);
+    if (!r.warnings.empty()) {
+        out += "\nWarnings:\n";
+        for (const std::string &w : r.warnings) out += "  " + w + "\n";
+    }
+    return out;
+}
+
+}  // namespace vorl::fit

@@ -1,0 +1,430 @@
+#include "fit_table.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <set>
+
+#include "division_table.h"
+#include "engine_run.h"
+#include "heldout_score.h"
+#include "table_checksum.h"
+#include "table_curves.h"
+#include "table_rules.h"
+
+namespace vorl::fit {
+
+namespace {
+
+constexpr int kNodes = tablekit::kBands, kGroups = tablekit::kGroups;
+constexpr double kMinDriveSeconds = 2.0;
+constexpr float kNodeMaxFactor = 4.0f;   // learning may go to four times the measured node
+constexpr float kNodeMaxAtLeast = 2.0f;  // four times the ratio of independent paths
+constexpr float kFloorShare = 0.5f;      // learning may go down to half the smallest node
+constexpr double kMeasurableShare = 0.1; // motor at least 10 dB under the room is not measured
+
+bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
+
+// Sum over the bins around node b of w(i) * value(i), w the weight of node
+// b in the linear interpolation between its neighbours.
+template <class F> double hat_sum(const uint8_t *node_bin, int b, F value) {
+    const int at = node_bin[b];
+    double sum = value(at);
+    if (b > 0)
+        for (int i = node_bin[b - 1] + 1; i < at; ++i)
+            sum += value(i) * (i - node_bin[b - 1]) / double(at - node_bin[b - 1]);
+    if (b + 1 < kNodes)
+        for (int i = at + 1; i < node_bin[b + 1]; ++i)
+            sum += value(i) * (node_bin[b + 1] - i) / double(node_bin[b + 1] - at);
+    return sum;
+}
+
+// The same over the bins within four of template group node g.
+template <class F> double group_hat(int g, F value, double &weights) {
+    const int at = tablekit::group_node_bin(g);
+    double sum = 0.0;
+    weights = 0.0;
+    for (int i = at - 3; i <= at + 3; ++i) {
+        if (i < 0 || i >= kBins) continue;
+        const double w = 1.0 - std::abs(i - at) / 4.0;
+        sum += w * value(i);
+        weights += w;
+    }
+    return sum;
+}
+
+// The coefficient in force at each bin, as the core takes it.
+std::array<float, kBins> engine_curve(const st_vorl &p, int ch) {
+    tablekit::BinCurve z = tablekit::zoom_curve(p, ch);
+    for (int i = p.zspec_comp_max_freq + 1; i < kBins; ++i) z[i] = p.zspec_comp_replace_value;
+    return z;
+}
+
+void store_template(st_vorl &p, int which, int ch, const std::array<double, kGroups> &node) {
+    float values[kGroups];
+    for (int g = 0; g < kGroups; ++g) values[g] = static_cast<float>(node[g]);
+    tablekit::set_group_nodes(p.back_ground_noise[which][ch], values);
+}
+
+class Fitter {
+public:
+    Fitter(const Take &take, const st_vorl_tbl &base, FitReport &report)
+        : take_(take), base_(base), report_(report),
+          analysis_(analyse_take(take, std::max<int>(1, base.st_vorl.i_block_counter))) {
+        for (const DriveRun &r : analysis_.runs) zoom_ordinal_.push_back(is_zoom(r.kind) ? zoom_runs_++ : -1);
+        quiet_ = trimmed_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::quiet; });
+    }
+
+    const TakeAnalysis &analysis() const { return analysis_; }
+    int zoom_runs() const { return zoom_runs_; }
+    const BinStats &quiet() const { return quiet_; }
+
+    // Drive frames of `kind` (any zoom if `kind` is unused) in drives of the
+    // fold (every other zoom drive: 0 or 1; -1 all).
+    bool in_fold(std::size_t f, FrameKind kind, int fold) const {
+        const FrameKind k = analysis_.kind[f];
+        if (kind == FrameKind::unused ? !is_zoom(k) : k != kind) return false;
+        if (fold < 0 || !is_zoom(k)) return true;
+        return zoom_ordinal_[static_cast<std::size_t>(analysis_.run[f])] % 2 == fold;
+    }
+
+    // The base table with every estimated field fitted from the drives of `fold`.
+    st_vorl_tbl fit_curves(int fold, bool record) {
+        st_vorl_tbl t = base_;
+        st_vorl &p = t.st_vorl;
+        const float bias = p.est_noise_bias_z_nor > 0.0f ? p.est_noise_bias_z_nor : 1.0f;
+        const BinStats drive =
+            trimmed_means(analysis_, [&](std::size_t f) { return in_fold(f, FrameKind::unused, fold); });
+        auto motor = [&](const BinStats &s, int ch, int i) {
+            return std::max(0.0, (ch == 0 ? s.left[i] : s.right[i]) - (ch == 0 ? quiet_.left[i] : quiet_.right[i]));
+        };
+        auto motor_diff = [&](const BinStats &s, int i) { return std::max(0.0, s.diff[i] - quiet_.diff[i]); };
+
+        // Curve nodes.
+        float z[2][kNodes];
+        bool measured[kNodes];
+        const st_vorl &b0 = base_.st_vorl;
+        std::array<float, kBins> base_curve[2] = {engine_curve(b0, 0), engine_curve(b0, 1)};
+        float smallest = std::numeric_limits<float>::max();
+        for (int b = 0; b < kNodes; ++b) {
+            const uint8_t *nb = p.zspec_comp_base_bin;
+            const double d = hat_sum(nb, b, [&](int i) { return motor_diff(drive, i); });
+            measured[b] = d > 0.0;
+            for (int ch = 0; ch < 2; ++ch) {
+                const double m = hat_sum(nb, b, [&](int i) { return motor(drive, ch, i); });
+                const double room = hat_sum(nb, b, [&](int i) { return ch == 0 ? quiet_.left[i] : quiet_.right[i]; });
+                measured[b] = measured[b] && m > 0.0 && m >= kMeasurableShare * room;
+            }
+            for (int ch = 0; ch < 2; ++ch) {
+                const double m = hat_sum(nb, b, [&](int i) { return motor(drive, ch, i); });
+                z[ch][b] = measured[b] ? static_cast<float>(m / (bias * d)) : base_curve[ch][nb[b]];
+                if (measured[b]) smallest = std::min(smallest, z[ch][b]);
+            }
+        }
+        if (smallest == std::numeric_limits<float>::max()) smallest = p.zspec_comp_min_floor_value / kFloorShare;
+
+        // Limits from what was measured; nodes inside them.
+        p.zspec_comp_min_floor_value = std::max(1e-3f, kFloorShare * smallest);
+        float top = 0.0f;
+        for (int ch = 0; ch < 2; ++ch)
+            for (int b = 0; b < kNodes; ++b) {
+                z[ch][b] = std::max(z[ch][b], p.zspec_comp_min_floor_value);
+                p.zspec_comp_coef_f_LR_d_max[ch][b] = std::max(kNodeMaxFactor * z[ch][b], kNodeMaxAtLeast);
+                top = std::max(top, p.zspec_comp_coef_f_LR_d_max[ch][b]);
+            }
+        p.zspec_comp_max_floor_value = top;  // read by no stage; the dump shows the largest limit
+        p.tolerance_range_zspec_max = 1.05f;  // room for the check's re-summing only
+        p.tolerance_range_zspec_min = 0.95f;
+        for (int ch = 0; ch < 2; ++ch) tablekit::set_zoom_nodes(p, ch, z[ch]);
+
+        // Background templates: what the curve leaves, per direction.
+        const std::array<float, kBins> curve[2] = {engine_curve(p, 0), engine_curve(p, 1)};
+        const FrameKind dirs[2] = {FrameKind::zoom_in, FrameKind::zoom_out};
+        BinStats per_dir[2];
+        for (int d = 0; d < 2; ++d)
+            per_dir[d] = trimmed_means(analysis_, [&](std::size_t f) { return in_fold(f, dirs[d], fold); });
+        for (int d = 0; d < 2; ++d) {
+            const BinStats &s = per_dir[d].frames > 0 ? per_dir[d] : per_dir[1 - d];
+            for (int ch = 0; ch < 2; ++ch) {
+                std::array<double, kGroups> node{};
+                for (int g = 0; g < kGroups; ++g) {
+                    double w;
+                    const double r = group_hat(g, [&](int i) {
+                        return motor(s, ch, i) - static_cast<double>(curve[ch][i]) * bias * motor_diff(s, i);
+                    }, w);
+                    node[g] = w > 0.0 ? std::max(0.0, r / w) : 0.0;
+                }
+                store_template(p, 1 + d, ch, node);
+                if (record) report_.templates[1 + d][ch] = node;
+            }
+        }
+        const BinStats af = trimmed_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::af; });
+        if (af.frames > 0)
+            for (int ch = 0; ch < 2; ++ch) {
+                std::array<double, kGroups> node{};
+                for (int g = 0; g < kGroups; ++g) {
+                    double w;
+                    const double m = group_hat(g, [&](int i) { return motor(af, ch, i); }, w);
+                    node[g] = w > 0.0 ? m / w : 0.0;
+                }
+                store_template(p, 0, ch, node);
+                if (record) report_.templates[0][ch] = node;
+            }
+
+        fit_division(p, fold);
+        if (record) {
+            report_.nodes.clear();
+            for (int b = 0; b < kNodes; ++b) {
+                NodeFit n{b, {z[0][b], z[1][b]}, measured[b], {}, 0.0, {}};
+                const uint8_t *nb = p.zspec_comp_base_bin;
+                double w = hat_sum(nb, b, [](int) { return 1.0; });
+                for (int ch = 0; ch < 2; ++ch) {
+                    n.motor[ch] = hat_sum(nb, b, [&](int i) { return motor(drive, ch, i); }) / w;
+                    n.room[ch] = hat_sum(nb, b, [&](int i) { return ch == 0 ? quiet_.left[i] : quiet_.right[i]; }) / w;
+                }
+                n.diff = hat_sum(nb, b, [&](int i) { return motor_diff(drive, i); }) / w;
+                report_.nodes.push_back(n);
+            }
+            report_.zoom_frames[0] = per_dir[0].frames;
+            report_.zoom_frames[1] = per_dir[1].frames;
+            report_.af_frames = af.frames;
+            if (af.frames == 0)
+                for (int ch = 0; ch < 2; ++ch) {
+                    const auto v = tablekit::group_curve(p.back_ground_noise[0][ch]);
+                    for (int g = 0; g < kGroups; ++g) report_.templates[0][ch][g] = v[tablekit::group_node_bin(g)];
+                }
+        }
+        tablekit::seal(t);
+        return t;
+    }
+
+private:
+    // Accurate reciprocals over the powers of the drive frames' bins (2nd
+    // percentile up to 16 times the 99.5th: a scene on top of the motor).
+    void fit_division(st_vorl &p, int fold) {
+        std::vector<float> powers;
+        for (std::size_t f = 0; f < analysis_.powers.size(); ++f) {
+            if (!in_fold(f, FrameKind::unused, fold)) continue;
+            for (int i = p.nr_proc_min_freq_bin; i <= std::min<int>(p.nr_proc_max_freq_bin, kBins - 1); ++i) {
+                powers.push_back(analysis_.powers[f].left[i]);
+                powers.push_back(analysis_.powers[f].right[i]);
+            }
+        }
+        if (powers.empty()) return;
+        auto percentile = [&](double q) {
+            auto at = powers.begin() + static_cast<std::ptrdiff_t>(q * static_cast<double>(powers.size() - 1));
+            std::nth_element(powers.begin(), at, powers.end());
+            return *at;
+        };
+        const float low = std::max(percentile(0.02), 1e-12f), high = 16.0f * percentile(0.995);
+        tablekit::fill_division_table_for_range(p, low, std::max(high, 2.0f * low));
+        report_.division_low = low;
+        report_.division_high = high;
+    }
+
+    const Take &take_;
+    const st_vorl_tbl &base_;
+    FitReport &report_;
+    TakeAnalysis analysis_;
+    std::vector<int> zoom_ordinal_;
+    int zoom_runs_ = 0;
+    BinStats quiet_;
+};
+
+void apply(st_vorl &p, const Suppression &s) {
+    p.over_est = s.over_est;
+    p.nr_floor_coef = s.floor;
+    p.nr_gain_sm_coef = s.smoothing;
+}
+
+// Each value in turn takes the best of its grid, the others held; two rounds.
+Suppression choose_suppression(st_vorl_tbl t, const Suppression &start, const HeldOutScore &score,
+                               const std::vector<BlockWords> &words, std::vector<std::string> &log) {
+    static const float kOverEst[] = {0.5f, 0.75f, 1.0f, 1.25f, 1.5f, 2.0f, 2.5f, 3.0f};
+    static const float kFloor[] = {0.03f, 0.06f, 0.1f, 0.18f, 0.3f};  // no lower: musical noise
+    static const float kSmoothing[] = {0.0f, 0.2f, 0.35f, 0.5f, 0.65f, 0.8f};
+    Suppression best = start;
+    apply(t.st_vorl, best);
+    tablekit::seal(t);
+    best.score_db = score(t, words);
+    struct Axis {
+        const char *name;
+        float Suppression::*field;
+        const float *grid;
+        int n;
+    } axes[] = {{"over_est", &Suppression::over_est, kOverEst, 8},
+                {"nr_floor_coef", &Suppression::floor, kFloor, 5},
+                {"nr_gain_sm_coef", &Suppression::smoothing, kSmoothing, 6}};
+    std::set<std::array<float, 3>> tried = {{best.over_est, best.floor, best.smoothing}};
+    for (int round = 0; round < 2; ++round)
+        for (const Axis &a : axes) {
+            for (int k = 0; k < a.n; ++k) {
+                Suppression trial = best;
+                trial.*a.field = a.grid[k];
+                if (!tried.insert({trial.over_est, trial.floor, trial.smoothing}).second) continue;
+                apply(t.st_vorl, trial);
+                tablekit::seal(t);
+                trial.score_db = score(t, words);
+                char line[96];
+                std::snprintf(line, sizeof line, "%s %.2f: %.2f dB", a.name, a.grid[k], trial.score_db);
+                log.push_back(line);
+                if (trial.score_db > best.score_db + 0.01) best = trial;
+            }
+        }
+    return best;
+}
+
+std::string seconds(std::size_t block, int rate) {
+    char s[32];
+    std::snprintf(s, sizeof s, "%.2f s", static_cast<double>(block * kBlock) / rate);
+    return s;
+}
+
+void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
+    const TakeAnalysis &a = fitter.analysis();
+    if (fitter.zoom_runs() == 0) throw FitError("no zoom drive blocks in the drive log: nothing to fit");
+    const int used = r.zoom_frames[0] + r.zoom_frames[1];
+    const double usable = static_cast<double>(used) * kBlock / take.rate;
+    if (usable < kMinDriveSeconds) {
+        char m[200];
+        std::snprintf(m, sizeof m,
+                      "only %.2f s of usable zoom drive (after leaving out spin-up and wind); a calibration take "
+                      "needs at least %.0f s, e.g. zoom in and out for 2-4 s each",
+                      usable, kMinDriveSeconds);
+        throw FitError(m);
+    }
+    double left = 0.0, diff = 0.0;
+    for (std::size_t f = 0; f < a.powers.size(); ++f)
+        if (is_zoom(a.kind[f]))
+            for (int i = 0; i < kBins; ++i) {
+                left += a.powers[f].left[i] + a.powers[f].right[i];
+                diff += a.powers[f].diff[i];
+            }
+    if (diff <= 1e-6 * left)
+        throw FitError("the two channels are identical during the drives: the difference model cannot be fitted "
+                       "(a stereo take from the camera's own two capsules is needed)");
+}
+
+void warn_about_take(const Take &take, const Fitter &fitter, FitReport &r) {
+    const TakeAnalysis &a = fitter.analysis();
+    if (a.clipped_samples > 0)
+        r.warnings.push_back(std::to_string(a.clipped_samples) +
+                             " samples at full scale: clipped motor noise gives wrong powers; record lower");
+    for (const DriveRun &run : a.runs)
+        if (is_zoom(run.kind) && run.frames_used == 0)
+            r.warnings.push_back("zoom drive at " + seconds(run.first_block, take.rate) +
+                                 " is too short to measure (spin-up only); left out");
+    for (int d = 0; d < 2; ++d)
+        if (r.zoom_frames[d] == 0)
+            r.warnings.push_back(std::string("no usable zoom-") + (d == 0 ? "in" : "out") + " frames: its template is the zoom-" +
+                                 (d == 0 ? "out" : "in") + " one");
+    if (fitter.quiet().frames < 40)
+        r.warnings.push_back("under 0.2 s of quiet (drive-free) take: the room is taken as silent");
+
+    // A drive much louder than the others had something else sounding.
+    std::vector<double> level(a.runs.size(), 0.0);
+    std::vector<int> count(a.runs.size(), 0);
+    for (std::size_t f = 0; f < a.powers.size(); ++f) {
+        if (a.run[f] < 0 || !is_zoom(a.kind[f])) continue;
+        double e = 0.0;
+        for (int i = 0; i < kBins; ++i) e += a.powers[f].left[i] + a.powers[f].right[i];
+        level[static_cast<std::size_t>(a.run[f])] += e;
+        ++count[static_cast<std::size_t>(a.run[f])];
+    }
+    std::vector<double> means;
+    for (std::size_t k = 0; k < level.size(); ++k)
+        if (count[k] > 0) means.push_back(level[k] / count[k]);
+    if (means.size() >= 2) {
+        std::vector<double> sorted = means;
+        std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
+        const double median = sorted[sorted.size() / 2];
+        for (std::size_t k = 0; k < level.size(); ++k)
+            if (count[k] > 0 && level[k] / count[k] > 4.0 * median) {
+                char m[160];
+                std::snprintf(m, sizeof m,
+                              "zoom drive at %s is %.1f dB louder than the median drive: a loud scene under the "
+                              "drive biases the estimates; record in a quiet room",
+                              seconds(a.runs[k].first_block, take.rate).c_str(),
+                              10.0 * std::log10(level[k] / count[k] / median));
+                r.warnings.push_back(m);
+            }
+    }
+    int unmeasured = 0, loud_room = 0;
+    for (const NodeFit &n : r.nodes) {
+        unmeasured += !n.measured;
+        loud_room += n.measured && (n.room[0] > 0.1 * n.motor[0] || n.room[1] > 0.1 * n.motor[1]);
+    }
+    if (unmeasured > 0)
+        r.warnings.push_back(std::to_string(unmeasured) +
+                             " band(s) without measurable motor noise keep the base table's coefficient");
+    if (loud_room > kNodes / 4)
+        r.warnings.push_back("the quiet periods are within 10 dB of the motor in " + std::to_string(loud_room) +
+                             " bands: a loud room or scene biases the estimates");
+}
+
+}  // namespace
+
+FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions &options) {
+    if (take.words.empty()) throw FitError("the drive log is empty: nothing to fit");
+    FitResult result;
+    FitReport &r = result.report;
+    r.rate = take.rate;
+    Fitter fitter(take, base, r);
+    r.runs = fitter.analysis().runs;
+    r.quiet_frames = fitter.quiet().frames;
+    st_vorl_tbl table = fitter.fit_curves(-1, true);
+    check_take(take, fitter, r);
+    warn_about_take(take, fitter, r);
+
+    const st_vorl &b = base.st_vorl;
+    r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, std::numeric_limits<double>::quiet_NaN()};
+    r.chosen = r.base;
+    if (fitter.zoom_runs() >= 2 && (options.choose_suppression || options.compare_learning)) {
+        // Fit on the even-numbered zoom drives, score on the odd-numbered.
+        const TakeAnalysis &a = fitter.analysis();
+        std::vector<bool> scored(take.words.size(), false);
+        std::vector<BlockWords> fit_words = take.words;
+        int ordinal = 0;
+        for (const DriveRun &run : a.runs) {
+            if (!is_zoom(run.kind)) continue;
+            if (ordinal++ % 2 == 1)
+                for (std::size_t k = run.first_block; k < run.end_block && k < scored.size(); ++k) {
+                    scored[k] = true;
+                    fit_words[k].zoom = 0;
+                }
+        }
+        const HeldOutScore score(take, scored);
+        const st_vorl_tbl fold = fitter.fit_curves(0, false);
+        if (options.choose_suppression) {
+            r.chosen = choose_suppression(fold, r.base, score, take.words, r.search);
+        } else {
+            st_vorl_tbl t = fold;
+            r.chosen.score_db = score(t, take.words);
+        }
+        if (options.compare_learning) {
+            r.compared = true;
+            r.fitted_db = r.chosen.score_db;
+            r.base_db = score(base, take.words);
+            // The library's own learning over the same drives the fit saw.
+            const EngineRun learning = run_engine(base, take.samples, take.frames, fit_words);
+            st_vorl_tbl learned = base;
+            r.learned_updates = learning.updates;
+            if (tablekit::learned_curve_faults(learning.learned).empty()) learned.st_vorl = learning.learned;
+            tablekit::seal(learned);
+            r.learned_db = score(learned, take.words);
+        }
+    } else if (options.choose_suppression) {
+        r.warnings.push_back("fewer than two zoom drives: nothing to hold out, suppression values kept from the base table");
+    }
+    apply(table.st_vorl, r.chosen);
+    tablekit::seal(table);
+    const auto broken = tablekit::check_table_rules(table);
+    if (!broken.empty())
+        throw FitError("the fitted table breaks a table rule (" + broken.front().where + ": " + broken.front().problem +
+                       "); the take's values are out of the table's range");
+    result.table = table;
+    return result;
+}
+
+}  // namespace vorl::fit

@@ -1,0 +1,86 @@
+// Fits a tuning table to a camera from a calibration take: the camera's
+// motor recorded in a quiet room (zoom in, zoom out, a few seconds each,
+// optionally autofocus moves) with its drive log.
+//
+// What is estimated, on the engine's own bin powers (take_analysis.h):
+// - the zoom-noise curve: at each band node b and channel, the ratio the
+//   engine's model N = z x (|L-R|^2 x bias_z) needs, z_b = sum w M / (bias_z
+//   sum w D), M the channel's motor power and D the difference power (each a
+//   trimmed mean over the drive frames less the same over the quiet frames),
+//   w the linear-interpolation weights of node b over the bins between its
+//   neighbours; stored as the per-bin increments the core's running sums
+//   rebuild (and the learning step writes), so later learning continues
+//   from it;
+// - per direction and channel the background template: what that curve
+//   leaves of the motor power, M - z x bias_z x D, averaged around every
+//   fourth bin and never below 0;
+// - template 0 ("AF") from the autofocus frames, if the take has any: their
+//   motor power (the difference model is off outside zoom drives);
+// - the division table, accurate over the bin powers the drives show;
+// - the curve's limits (four times each node, at least 2; the floor half the
+//   smallest node), so the library's plausibility check accepts learning;
+// - over-estimation, floor and gain smoothing by the held-out score
+//   (heldout_score.h): curves fitted on every other drive, values scored on
+//   the others, each value in turn the best of its grid (two rounds).
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "fit_error.h"
+#include "take_analysis.h"
+#include "vorl.h"
+
+namespace vorl::fit {
+
+struct FitOptions {
+    bool choose_suppression = true;  // the held-out search (about 25 library runs)
+    bool compare_learning = true;    // also score the base table and its learning
+};
+
+struct NodeFit {
+    int band;
+    float value[2];   // fitted curve value at the node, left and right
+    bool measured;    // false: motor not above the room here, base value kept
+    double motor[2];  // motor power per channel (mean bin power)
+    double diff;      // motor difference power
+    double room[2];   // quiet-period power per channel
+};
+
+struct Suppression {
+    float over_est, floor, smoothing;
+    double score_db;  // held-out score, NaN when not measured
+};
+
+struct FitReport {
+    int rate = 48000;
+    std::vector<NodeFit> nodes;                    // 72
+    int zoom_frames[2] = {0, 0};                   // zoom-in, zoom-out frames used
+    int af_frames = 0, quiet_frames = 0;
+    std::vector<DriveRun> runs;
+    std::array<std::array<std::array<double, 65>, 2>, 3> templates{};  // node values [AF,WT,TW][ch][g]
+    float division_low = 0, division_high = 0;     // range fitted accurately
+    Suppression base{}, chosen{};
+    std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
+    bool compared = false;
+    double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores
+    uint32_t learned_updates = 0;
+    std::vector<std::string> warnings;
+};
+
+struct FitResult {
+    st_vorl_tbl table;  // complete and sealed
+    FitReport report;
+};
+
+// Throws FitError when the take cannot give a table: no zoom drive, under
+// two seconds of usable drive, or channels that do not differ.
+FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions &options = {});
+
+// The report as text: per band its frequencies, coefficients, motor, room
+// and template levels and the frames behind them; then the choices made,
+// the comparison and the warnings.
+std::string format_report(const FitResult &fit);
+
+}  // namespace vorl::fit

@@ -1,0 +1,142 @@
+// vorl table fit: a tuning table for the user's camera from a calibration take.
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "audio_io.h"
+#include "cli.h"
+#include "commands.h"
+#include "drive_options.h"
+#include "fit_table.h"
+#include "pending_file.h"
+#include "table_checksum.h"
+#include "table_store.h"
+
+namespace vorl {
+
+const char kTableFitHelp[] = R"(usage: vorl table fit CAL_AUDIO (--drive FILE | --zoom-in R --zoom-out R [--af R]) -o OUT_TABLE
+                      [--base TABLE] [--report FILE] [--quick] [-q]
+
+Makes a tuning table for a camera from a calibration take: the camera's own
+stereo recording of its motor in a quiet room, zoom in and zoom out for a
+few seconds each (2 s of drive at least; 3-4 s per direction is better),
+with quiet gaps of a second or more between the drives, optionally with
+autofocus moves, and the drive log that says when the lens moved (same
+options as "vorl process"; a drive file must have one line per block of
+the take).
+
+Everything is measured with the library's own analysis (window, transform
+and bin powers of the noise reducer): per band and channel the zoom-noise
+coefficient (motor power over difference power, at the bias in force during
+zoom), per drive direction and channel the background template (motor power
+the coefficient curve leaves), template 0 ("AF") from autofocus moves, the
+division table over the powers the drives show, and the curve's limits so
+that later learning (vorl process --learn) passes the library's check.
+Over-estimation, floor and gain smoothing are chosen by a held-out score:
+curves fitted on every other drive, values scored on the others (see the
+report). Every other value comes from the base table.
+
+  -o, --output OUT_TABLE  the fitted table (written atomically; checked)
+  --base TABLE            start from TABLE (default: the built-in table)
+  --report FILE           write the fit report to FILE ("-": standard output):
+                          per band frequencies, coefficients, motor, room
+                          and template levels, the frames behind them, the
+                          choices made and warnings about the take
+  --quick                 skip the held-out search and comparison (keeps
+                          the base table's suppression values)
+  -q, --quiet             no summary or warnings on standard error
+
+Refused (exit status 2): a take that is not stereo, a drive log without zoom
+drive, a drive file whose length is not the take's, under 2 s of usable
+drive, channels that do not differ.
+)";
+
+namespace {
+
+fit::BlockWords fit_words(const DriveWords &w) { return {w.zoom, w.af != 0, w.wind != 0}; }
+
+}  // namespace
+
+int run_table_fit(int argc, char **argv, int first) {
+    const cli::ParsedArgs args = cli::parse_args(
+        argc, argv, first,
+        with_drive_options({{"output", true, 'o'}, {"base", true}, {"report", true}, {"quick"}, {"quiet", false, 'q'}}),
+        "table fit");
+    if (args.help) {
+        std::fputs(kTableFitHelp, stdout);
+        std::exit(cli::kExitOk);
+    }
+    cli::expect_positional(args, 1, "table fit", "CAL_AUDIO --drive FILE -o OUT_TABLE");
+    for (const char *once : {"output", "base", "report"})
+        if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
+    const std::string audio = args.positional[0], out = args.value("output"), base_path = args.value("base"),
+                      report_path = args.value("report");
+    const bool quiet = args.has("quiet");
+    if (out.empty()) cli::usage_error("table fit: the output table is missing (-o OUT_TABLE)");
+    if (!drive_given(args))
+        cli::usage_error("table fit: the drive log is missing (--drive FILE, or --zoom-in/--zoom-out RANGES)");
+    for (const std::string &input : {audio, args.value("drive"), base_path})
+        if (!input.empty() && (out == input || same_file(out, input)))
+            cli::usage_error(out + ": is an input of the fit; choose another output name");
+    if (!report_path.empty() && report_path != "-" && (report_path == out || same_file(report_path, out)))
+        cli::usage_error(report_path + ": the report would overwrite the output table");
+    const DriveSchedule drive = drive_from_args(args);
+    const st_vorl_tbl base = base_path.empty() ? default_table() : read_table(base_path);
+    if (!base_path.empty() && tablekit::checksum(base) != base.check_sum)
+        cli::input_error(base_path + ": checksum wrong, the base table is damaged");
+
+    AudioReader in(audio);
+    in.require_stereo();
+    std::vector<int16_t> samples(2 * static_cast<std::size_t>(in.frames()));
+    std::size_t got = 0;
+    while (got < static_cast<std::size_t>(in.frames())) {
+        const std::size_t n = in.read(samples.data() + 2 * got, static_cast<std::size_t>(in.frames()) - got);
+        if (n == 0) break;
+        got += n;
+    }
+    samples.resize(2 * got);
+    const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
+    if (drive.uses_file() && drive.file_blocks() != blocks)
+        cli::input_error(args.value("drive") + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
+                         audio + " has " + std::to_string(blocks) +
+                         " blocks of 256 frames: the drive log does not belong to this take");
+    if (!quiet && in.sample_rate() != 48000)
+        cli::warn(audio + ": sample rate " + std::to_string(in.sample_rate()) +
+                  " Hz; the table will be right for this rate only");
+
+    fit::Take take;
+    take.samples = samples.data();
+    take.frames = got;
+    take.rate = in.sample_rate();
+    for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit_words(drive.at(static_cast<int64_t>(b), take.rate)));
+    fit::FitOptions options;
+    options.choose_suppression = options.compare_learning = !args.has("quick");
+    fit::FitResult fit;
+    try {
+        fit = fit::fit_table(take, base, options);
+    } catch (const fit::FitError &e) {
+        cli::input_error(audio + ": " + e.what());
+    }
+    write_table(out, fit.table);
+
+    const std::string report = fit::format_report(fit);
+    if (report_path == "-") {
+        std::fputs(report.c_str(), stdout);
+    } else if (!report_path.empty()) {
+        PendingFile file(report_path);
+        file.write_all(report.data(), report.size());
+        file.commit();
+    }
+    if (!quiet) {
+        for (const std::string &w : fit.report.warnings) cli::warn(audio + ": " + w);
+        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", audio.c_str(), out.c_str(),
+                     fit.report.zoom_frames[0] + fit.report.zoom_frames[1]);
+        if (fit.report.compared)
+            std::fprintf(stderr, "; held-out score %.1f dB (base %.1f, base learned %.1f)", fit.report.fitted_db,
+                         fit.report.base_db, fit.report.learned_db);
+        std::fputc('\n', stderr);
+    }
+    return cli::kExitOk;
+}
+
+}  // namespace vorl
