@@ -73,7 +73,7 @@ public:
         : take_(take), base_(base), report_(report),
           analysis_(analyse_take(take, std::max<int>(1, base.st_vorl.i_block_counter))) {
         for (const DriveRun &r : analysis_.runs) zoom_ordinal_.push_back(is_zoom(r.kind) ? zoom_runs_++ : -1);
-        quiet_ = trimmed_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::quiet; });
+        quiet_ = robust_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::quiet; });
     }
 
     const TakeAnalysis &analysis() const { return analysis_; }
@@ -95,7 +95,7 @@ public:
         st_vorl &p = t.st_vorl;
         const float bias = p.est_noise_bias_z_nor > 0.0f ? p.est_noise_bias_z_nor : 1.0f;
         const BinStats drive =
-            trimmed_means(analysis_, [&](std::size_t f) { return in_fold(f, FrameKind::unused, fold); });
+            robust_means(analysis_, [&](std::size_t f) { return in_fold(f, FrameKind::unused, fold); });
         auto motor = [&](const BinStats &s, int ch, int i) {
             return std::max(0.0, (ch == 0 ? s.left[i] : s.right[i]) - (ch == 0 ? quiet_.left[i] : quiet_.right[i]));
         };
@@ -143,7 +143,7 @@ public:
         const FrameKind dirs[2] = {FrameKind::zoom_in, FrameKind::zoom_out};
         BinStats per_dir[2];
         for (int d = 0; d < 2; ++d)
-            per_dir[d] = trimmed_means(analysis_, [&](std::size_t f) { return in_fold(f, dirs[d], fold); });
+            per_dir[d] = robust_means(analysis_, [&](std::size_t f) { return in_fold(f, dirs[d], fold); });
         for (int d = 0; d < 2; ++d) {
             const BinStats &s = per_dir[d].frames > 0 ? per_dir[d] : per_dir[1 - d];
             for (int ch = 0; ch < 2; ++ch) {
@@ -159,7 +159,7 @@ public:
                 if (record) report_.templates[1 + d][ch] = node;
             }
         }
-        const BinStats af = trimmed_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::af; });
+        const BinStats af = robust_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::af; });
         if (af.frames > 0)
             for (int ch = 0; ch < 2; ++ch) {
                 std::array<double, kGroups> node{};

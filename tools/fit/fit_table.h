@@ -6,7 +6,8 @@
 // - the zoom-noise curve: at each band node b and channel, the ratio the
 //   engine's model N = z x (|L-R|^2 x bias_z) needs, z_b = sum w M / (bias_z
 //   sum w D), M the channel's motor power and D the difference power (each a
-//   trimmed mean over the drive frames less the same over the quiet frames),
+//   mean over the drive frames less the same over the quiet frames, frames
+//   with a knock or a stall left out),
 //   w the linear-interpolation weights of node b over the bins between its
 //   neighbours; stored as the per-bin increments the core's running sums
 //   rebuild (and the learning step writes), so later learning continues

@@ -44,13 +44,31 @@ FrameKind kind_of(const BlockWords &w) {
 
 }  // namespace
 
-double trimmed_mean(std::vector<float> &v) {
-    if (v.empty()) return 0.0;
-    std::sort(v.begin(), v.end());
-    const std::size_t cut = v.size() / 10;
-    double sum = 0.0;
-    for (std::size_t n = cut; n < v.size() - cut; ++n) sum += v[n];
-    return sum / static_cast<double>(v.size() - 2 * cut);
+BinStats robust_means(const TakeAnalysis &a, const std::vector<std::size_t> &frames) {
+    BinStats s;
+    if (frames.empty()) return s;
+    std::vector<double> total(frames.size(), 0.0);
+    for (std::size_t n = 0; n < frames.size(); ++n)
+        for (int i = 0; i < kBins; ++i) total[n] += a.powers[frames[n]].left[i] + a.powers[frames[n]].right[i];
+    std::vector<double> sorted = total;
+    std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
+    const double median = sorted[sorted.size() / 2];
+    for (std::size_t n = 0; n < frames.size(); ++n) {
+        if (total[n] > 4.0 * median || total[n] < 0.25 * median) continue;
+        const FramePowers &p = a.powers[frames[n]];
+        for (int i = 0; i < kBins; ++i) {
+            s.left[i] += p.left[i];
+            s.right[i] += p.right[i];
+            s.diff[i] += p.diff[i];
+        }
+        ++s.frames;
+    }
+    for (int i = 0; i < kBins; ++i) {
+        s.left[i] /= s.frames;
+        s.right[i] /= s.frames;
+        s.diff[i] /= s.frames;
+    }
+    return s;
 }
 
 TakeAnalysis analyse_take(const Take &take, int spin_up_blocks, int guard_blocks) {

@@ -57,32 +57,21 @@ struct TakeAnalysis {
 // wind within `guard_blocks` blocks on either side.
 TakeAnalysis analyse_take(const Take &take, int spin_up_blocks, int guard_blocks = 8);
 
-// Per bin mean of the middle 80 % of the values (10 % cut at each end).
+// Per bin means over the frames `use` selects, leaving out frames whose
+// total power is over four times or under a quarter of the median frame's
+// (a knock or a voice in the room, a motor that stalled). Whole frames are
+// left out, never single bins, so the means of steady noise stay unbiased.
 struct BinStats {
     std::array<double, kBins> left{}, right{}, diff{};
-    int frames = 0;
+    int frames = 0;  // frames averaged
 };
-template <class Pred> BinStats trimmed_means(const TakeAnalysis &a, Pred use);
+BinStats robust_means(const TakeAnalysis &a, const std::vector<std::size_t> &frames);
 
-// Trimmed mean of v (reordered); 0 for an empty vector.
-double trimmed_mean(std::vector<float> &v);
-
-template <class Pred> BinStats trimmed_means(const TakeAnalysis &a, Pred use) {
-    BinStats s;
+template <class Pred> BinStats robust_means(const TakeAnalysis &a, Pred use) {
     std::vector<std::size_t> frames;
     for (std::size_t f = 0; f < a.powers.size(); ++f)
         if (use(f)) frames.push_back(f);
-    s.frames = static_cast<int>(frames.size());
-    std::vector<float> v(frames.size());
-    for (int i = 0; i < kBins; ++i) {
-        for (std::size_t n = 0; n < frames.size(); ++n) v[n] = a.powers[frames[n]].left[i];
-        s.left[i] = trimmed_mean(v);
-        for (std::size_t n = 0; n < frames.size(); ++n) v[n] = a.powers[frames[n]].right[i];
-        s.right[i] = trimmed_mean(v);
-        for (std::size_t n = 0; n < frames.size(); ++n) v[n] = a.powers[frames[n]].diff[i];
-        s.diff[i] = trimmed_mean(v);
-    }
-    return s;
+    return robust_means(a, frames);
 }
 
 }  // namespace vorl::fit
