@@ -132,6 +132,62 @@ TEST(VorlTable, DumpIsTheLibrarysParameterText) {
     EXPECT_TRUE(contains(dump.out, "p_st_vorlc->nr_ctrl_freq_ep = 40\n"));
 }
 
+// A calibration-like take: a motor (hashed noise) in 1-4 s and 5-8 s, heard
+// by the right capsule at half level one sample late, over faint room noise.
+double hashed(int64_t n, uint32_t salt) {
+    uint32_t h = static_cast<uint32_t>(n) * 2654435761u ^ salt;
+    h ^= h >> 15;
+    h *= 2246822519u;
+    h ^= h >> 13;
+    return static_cast<double>(h) / 4294967296.0 - 0.5;
+}
+double motor_take(int64_t n, int c) {
+    const double t = static_cast<double>(n) / 48000.0;
+    const bool on = (t >= 1.0 && t < 4.0) || (t >= 5.0 && t < 8.0);
+    const double m = on ? 0.05 * (c == 0 ? hashed(n, 1) : 0.5 * hashed(n - 1, 1)) : 0.0;
+    return m + 0.0002 * hashed(n, 2 + c);
+}
+
+TEST(VorlTable, FitWritesACheckedTableAndRefusesTakesItCannotUse) {
+    Sandbox box;
+    write_audio(box.path("cal.wav"), 2, 9 * 48000, 48000, kWav16, motor_take);
+    write_audio(box.path("mono.wav"), 1, 9 * 48000, 48000, kWav16, motor_take);
+    const RunResult ok = box.vorl({"table", "fit", "cal.wav", "--zoom-in", "1-4", "--zoom-out", "5-8", "-o",
+                                   "cal.tbl", "--quick", "--report", "report.txt"});
+    ASSERT_EQ(ok.exit_code, 0) << ok.err;
+    EXPECT_EQ(box.vorl({"table", "check", "cal.tbl"}).exit_code, 0);
+    EXPECT_TRUE(contains(read_bytes(box.path("report.txt")), "coef L")) << read_bytes(box.path("report.txt"));
+    box.vorl({"table", "new", "builtin.tbl"});
+    const RunResult diff = box.vorl({"table", "diff", "builtin.tbl", "cal.tbl"});
+    EXPECT_EQ(diff.exit_code, 0);
+    EXPECT_TRUE(contains(diff.out, "zoom-noise coefficient at band nodes")) << diff.out;
+
+    std::string drive;  // one line short of the take's 1688 blocks
+    for (int b = 0; b < 1687; ++b) drive += b > 200 && b < 700 ? "1 0 0\n" : "0 0 0\n";
+    write_bytes(box.path("short-drive.txt"), drive);
+    std::string idle;
+    for (int b = 0; b < 1688; ++b) idle += "0 0 0\n";
+    write_bytes(box.path("idle.txt"), idle);
+    const struct {
+        std::vector<std::string> args;
+        const char *message;
+    } refused[] = {
+        {{"mono.wav", "--zoom-in", "1-4"}, "mono.wav: found 1 channel"},
+        {{"cal.wav", "--drive", "short-drive.txt"}, "short-drive.txt: 1687 block lines"},
+        {{"cal.wav", "--drive", "idle.txt"}, "cal.wav: no zoom drive"},
+        {{"cal.wav", "--zoom-in", "1-1.5"}, "cal.wav: only"},
+    };
+    for (const auto &r : refused) {
+        std::vector<std::string> args = {"table", "fit"};
+        args.insert(args.end(), r.args.begin(), r.args.end());
+        args.insert(args.end(), {"-o", "bad.tbl"});
+        const RunResult res = box.vorl(args);
+        EXPECT_EQ(res.exit_code, 2) << r.message;
+        EXPECT_TRUE(contains(res.err, r.message)) << res.err;
+    }
+    EXPECT_FALSE(file_exists(box.path("bad.tbl")));
+}
+
 TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {
     Sandbox box;
     write_audio(box.path("mono.wav"), 1, 4800, 48000, kWav16, tone);
