@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "table_builder.h"
+#include "table_curves.h"
 #include "table_json.h"
 
 namespace vorl::tablekit {
@@ -37,6 +40,39 @@ TEST(TableJson, RoundTripKeepsEveryBit) {
     t.tbl_version = 0xdeadbeefu;
     seal(t);
     expect_same_bytes(table_from_json(table_to_json(t)), t);
+    expect_same_bytes(table_from_json(table_to_json(t, true)), t);  // curves as values too
+}
+
+// Curves given by node value: without their increments they rebuild the
+// same values; an edited node changes that node alone; nodes must lie at
+// the table's bins.
+TEST(TableJson, CurvesByValueStandForTheirIncrements) {
+    st_vorl_tbl t = reference_table();
+    for (int b = 0; b < kBands; ++b) t.st_vorl.zspec_comp_coef_f_LR_d[1][b] = 0.01f * static_cast<float>(b % 5);
+    for (int g = 0; g < kGroups; ++g) t.st_vorl.back_ground_noise[1][0][g] = g % 2 ? 1e-5f : -0.4e-5f;
+    seal(t);
+    nlohmann::json doc = nlohmann::json::parse(table_to_json(t, true));
+    for (const char *field : {"zspec_comp_coef_f_LR_d", "back_ground_noise", "eq_gain"}) doc["st_vorl"].erase(field);
+    doc["curves"]["zspec_comp_coef_f_LR_d"][1][30]["value"] = 2.5;
+    const st_vorl_tbl back = table_from_json(doc.dump());
+    const BinCurve before = zoom_curve(t.st_vorl, 1), after = zoom_curve(back.st_vorl, 1);
+    for (int b = 0; b < kBands; ++b) {
+        const int bin = t.st_vorl.zspec_comp_base_bin[b];
+        EXPECT_NEAR(after[bin], b == 30 ? 2.5f : before[bin], 1e-6f) << "band " << b;
+    }
+    const BinCurve wt = group_curve(t.st_vorl.back_ground_noise[1][0]);
+    const BinCurve wt_back = group_curve(back.st_vorl.back_ground_noise[1][0]);
+    for (int g = 0; g < kGroups; ++g)
+        EXPECT_NEAR(wt_back[group_node_bin(g)], wt[group_node_bin(g)], 1e-9f) << "group " << g;
+    EXPECT_EQ(std::memcmp(back.st_vorl.eq_gain, t.st_vorl.eq_gain, sizeof t.st_vorl.eq_gain), 0);
+
+    doc["curves"]["eq_gain"][3]["bin"] = 13;
+    EXPECT_THROW(
+        try { table_from_json(doc.dump()); } catch (const JsonError &e) {
+            EXPECT_NE(std::string(e.what()).find("curves.eq_gain[3].bin"), std::string::npos) << e.what();
+            throw;
+        },
+        JsonError);
 }
 
 // Each broken document is refused with a message that names the field.

@@ -137,6 +137,7 @@ public:
         p.tolerance_range_zspec_max = 1.05f;  // room for the check's re-summing only
         p.tolerance_range_zspec_min = 0.95f;
         for (int ch = 0; ch < 2; ++ch) tablekit::set_zoom_nodes(p, ch, z[ch]);
+        tablekit::set_linear_interpolation(p);
 
         // Background templates: what the curve leaves, per direction.
         const std::array<float, kBins> curve[2] = {engine_curve(p, 0), engine_curve(p, 1)};

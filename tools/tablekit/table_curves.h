@@ -35,8 +35,12 @@ BinCurve group_curve(const float *increments);
 int group_node_bin(int g);
 
 // Stores node values (one per band end) as the increments whose running
-// sum passes through them, with the interpolation factor 1/bins per band.
+// sum passes through them.
 void set_zoom_nodes(st_vorl &p, int channel, const float *values);
+
+// zspec_comp_inter_hop = 1/bins of each band: the learning step then keeps
+// the curve linear between band nodes.
+void set_linear_interpolation(st_vorl &p);
 
 // Stores group node values (at group_node_bin) as increments.
 void set_group_nodes(float *increments, const float *values);

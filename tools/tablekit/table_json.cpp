@@ -5,11 +5,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
+#include <functional>
 #include <set>
 
 #include <nlohmann/json.hpp>
 
 #include "table_checksum.h"
+#include "table_curves.h"
 #include "table_fields.h"
 
 namespace vorl::tablekit {
@@ -177,8 +180,10 @@ void read_field(const json &v, const Field &f, unsigned char *base) {
         read_array(v, f, 0, 0, base, f.name);
 }
 
-// Reads the fields of one section from an object; every key must be known.
-void read_section(const json &obj, const Section &s, unsigned char *base, const std::string &where) {
+// Reads the fields of one section from an object; every key must be known,
+// and every field present unless `optional` names it.
+void read_section(const json &obj, const Section &s, unsigned char *base, const std::string &where,
+                  const std::set<std::string> &optional = {}) {
     if (!obj.is_object()) fail(where, "expected an object");
     std::set<std::string> seen;
     for (const auto &item : obj.items()) {
@@ -190,7 +195,117 @@ void read_section(const json &obj, const Section &s, unsigned char *base, const 
         seen.insert(item.key());
     }
     for (const Field &f : s.fields)
-        if (seen.count(f.name) == 0) fail(where + f.name, "missing field");
+        if (seen.count(f.name) == 0 && optional.count(f.name) == 0) fail(where + f.name, "missing field");
+}
+
+// ---- curves by node value
+
+constexpr const char *kCurveFields[] = {"zspec_comp_coef_f_LR_d", "back_ground_noise", "eq_gain"};
+
+// One curve's nodes: {"band"/"group": n, "bin": .., "hz": .., "value": ..}.
+void write_nodes(std::string &out, const char *key, const tablekit::BinCurve &curve, const uint8_t *band_bins,
+                 int count, const std::string &indent) {
+    out += "[\n";
+    for (int n = 0; n < count; ++n) {
+        const int bin = band_bins ? band_bins[n] : group_node_bin(n);
+        char hz[32];
+        std::snprintf(hz, sizeof hz, "%.2f", bin_hz(bin));
+        out += indent + "  {\"" + key + "\": " + std::to_string(n) + ", \"bin\": " + std::to_string(bin) +
+               ", \"hz\": " + hz + ", \"value\": " + format_f32(curve[bin]) + "}" + (n + 1 < count ? ",\n" : "\n");
+    }
+    out += indent + "]";
+}
+
+std::string curves_json(const st_vorl &p) {
+    std::string out = "  \"curves\": {\n    \"zspec_comp_coef_f_LR_d\": [\n";
+    for (int ch = 0; ch < 2; ++ch) {
+        out += "      ";
+        write_nodes(out, "band", zoom_curve(p, ch), p.zspec_comp_base_bin, kBands, "      ");
+        out += ch == 0 ? ",\n" : "\n";
+    }
+    out += "    ],\n    \"back_ground_noise\": [\n";
+    for (int t = 0; t < 3; ++t) {
+        out += "      [\n";
+        for (int ch = 0; ch < 2; ++ch) {
+            out += "        ";
+            write_nodes(out, "group", group_curve(p.back_ground_noise[t][ch]), nullptr, kGroups, "        ");
+            out += ch == 0 ? ",\n" : "\n";
+        }
+        out += t < 2 ? "      ],\n" : "      ]\n";
+    }
+    out += "    ],\n    \"eq_gain\": ";
+    write_nodes(out, "group", group_curve(p.eq_gain), nullptr, kGroups, "    ");
+    out += "\n  },\n";
+    return out;
+}
+
+// Reads one curve's node values into `values`, checking count and bins.
+void read_nodes(const json &v, const std::string &where, const char *key, const uint8_t *band_bins, int count,
+                float *values) {
+    if (!v.is_array() || static_cast<int>(v.size()) != count)
+        fail(where, "expected an array of " + std::to_string(count) + " nodes");
+    for (int n = 0; n < count; ++n) {
+        const std::string at = where + "[" + std::to_string(n) + "]";
+        const json &node = v[static_cast<std::size_t>(n)];
+        if (!node.is_object() || !node.contains("value") || !node.contains("bin"))
+            fail(at, "expected {\"" + std::string(key) + "\": .., \"bin\": .., \"hz\": .., \"value\": ..}");
+        for (const auto &item : node.items())
+            if (item.key() != key && item.key() != "bin" && item.key() != "hz" && item.key() != "value")
+                fail(at + "." + item.key(), "unknown field");
+        const int bin = band_bins ? band_bins[n] : group_node_bin(n);
+        if (parse_integer(node["bin"], at + ".bin", 0, 255) != bin)
+            fail(at + ".bin", "the node lies at bin " + std::to_string(bin) + " in this table");
+        values[n] = parse_f32(node["value"], at + ".value");
+    }
+}
+
+// Stores node values as increments unless the increments already rebuild them.
+void apply_nodes(const float *values, const tablekit::BinCurve &rebuilt, const uint8_t *band_bins, int count,
+                 bool have_increments, const std::function<void()> &store) {
+    bool same_curve = have_increments;
+    for (int n = 0; n < count && same_curve; ++n)
+        same_curve = same_bits(rebuilt[band_bins ? band_bins[n] : group_node_bin(n)], values[n]);
+    if (!same_curve) store();
+}
+
+void read_curves(const json &c, st_vorl &p, const std::set<std::string> &given) {
+    if (!c.is_object()) fail("curves", "expected an object");
+    for (const auto &item : c.items())
+        if (std::find(std::begin(kCurveFields), std::end(kCurveFields), item.key()) == std::end(kCurveFields))
+            fail("curves." + item.key(), "unknown curve");
+    float values[kGroups];
+    if (c.contains("zspec_comp_coef_f_LR_d")) {
+        const json &rows = c["zspec_comp_coef_f_LR_d"];
+        if (!rows.is_array() || rows.size() != 2) fail("curves.zspec_comp_coef_f_LR_d", "expected [left, right]");
+        float z[2][kBands];
+        for (int ch = 0; ch < 2; ++ch)
+            read_nodes(rows[static_cast<std::size_t>(ch)], "curves.zspec_comp_coef_f_LR_d[" + std::to_string(ch) + "]",
+                       "band", p.zspec_comp_base_bin, kBands, z[ch]);
+        for (int ch = 0; ch < 2; ++ch)
+            apply_nodes(z[ch], zoom_curve(p, ch), p.zspec_comp_base_bin, kBands,
+                        given.count("zspec_comp_coef_f_LR_d") != 0, [&] { set_zoom_nodes(p, ch, z[ch]); });
+    }
+    if (c.contains("back_ground_noise")) {
+        const json &t = c["back_ground_noise"];
+        if (!t.is_array() || t.size() != 3) fail("curves.back_ground_noise", "expected [AF, WT, TW]");
+        for (int k = 0; k < 3; ++k) {
+            const json &rows = t[static_cast<std::size_t>(k)];
+            const std::string where = "curves.back_ground_noise[" + std::to_string(k) + "]";
+            if (!rows.is_array() || rows.size() != 2) fail(where, "expected [left, right]");
+            for (int ch = 0; ch < 2; ++ch) {
+                read_nodes(rows[static_cast<std::size_t>(ch)], where + "[" + std::to_string(ch) + "]", "group", nullptr,
+                           kGroups, values);
+                float *inc = p.back_ground_noise[k][ch];
+                apply_nodes(values, group_curve(inc), nullptr, kGroups, given.count("back_ground_noise") != 0,
+                            [&] { set_group_nodes(inc, values); });
+            }
+        }
+    }
+    if (c.contains("eq_gain")) {
+        read_nodes(c["eq_gain"], "curves.eq_gain", "group", nullptr, kGroups, values);
+        apply_nodes(values, group_curve(p.eq_gain), nullptr, kGroups, given.count("eq_gain") != 0,
+                    [&] { set_group_nodes(p.eq_gain, values); });
+    }
 }
 
 }  // namespace
@@ -217,7 +332,7 @@ std::string format_f32(float v) {
     return buf;
 }
 
-std::string table_to_json(const st_vorl_tbl &t) {
+std::string table_to_json(const st_vorl_tbl &t, bool curves) {
     const auto *base = reinterpret_cast<const unsigned char *>(&t);
     const auto &sections = table_sections();
     char version[16];
@@ -230,6 +345,7 @@ std::string table_to_json(const st_vorl_tbl &t) {
             write_field(out, fields[i], base, "    ", i + 1 == fields.size());
         out += "  },\n";
     }
+    if (curves) out += curves_json(t.st_vorl);
     out += "  \"tbl_cnt\": " + std::to_string(t.tbl_cnt) + "\n}\n";
     return out;
 }
@@ -249,7 +365,7 @@ st_vorl_tbl table_from_json(const std::string &text) {
     const auto &sections = table_sections();
     const std::set<std::string> top = {"tbl_version", "st_vorl", "st_vorlc", "tbl_cnt"};
     for (const auto &item : doc.items())
-        if (top.count(item.key()) == 0)
+        if (top.count(item.key()) == 0 && item.key() != "curves")
             fail(item.key(), item.key() == "check_sum" ? "not accepted: the checksum is computed" : "unknown field");
     for (const std::string &key : top)
         if (!doc.contains(key)) fail(key, "missing field");
@@ -263,8 +379,15 @@ st_vorl_tbl table_from_json(const std::string &text) {
         fail("tbl_version", "\"" + vs + "\" is not a 32-bit hexadecimal word such as \"0x01030000\"");
     t.tbl_version = static_cast<uint32_t>(v);
     t.tbl_cnt = static_cast<uint32_t>(parse_integer(doc["tbl_cnt"], "tbl_cnt", 0, UINT32_MAX));
-    read_section(doc["st_vorl"], sections[1], base, "st_vorl.");
+    // A curve given by its node values may stand for its increments field.
+    std::set<std::string> by_value, given;
+    if (doc.contains("curves") && doc["curves"].is_object())
+        for (const char *name : kCurveFields)
+            if (doc["curves"].contains(name)) by_value.insert(name);
+    read_section(doc["st_vorl"], sections[1], base, "st_vorl.", by_value);
+    for (const auto &item : doc["st_vorl"].items()) given.insert(item.key());
     read_section(doc["st_vorlc"], sections[2], base, "st_vorlc.");
+    if (doc.contains("curves")) read_curves(doc["curves"], t.st_vorl, given);
     seal(t);
     return t;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "table_checksum.h"
+#include "table_curves.h"
 #include "table_fields.h"
 
 namespace vorl::tablekit {
@@ -124,17 +125,6 @@ void check_weights(const st_vorl &p, const st_vorlc &pc, Checker &c) {
                                       num(pc.tbl_x[m]) + ")");
 }
 
-// A curve stored as per-bin increments over 65 groups of four bins (bin 0
-// alone), rebuilt bin by bin the way the core sums it.
-template <typename Visit>
-void rebuild_group_curve(const float *groups, Visit visit) {
-    float v = groups[0];
-    for (int i = 0; i < 256; ++i) {
-        if (i > 0) v = v + groups[(i + 3) / 4];
-        visit(i, v);
-    }
-}
-
 constexpr float kMaxGain = 16.0f;  // +24 dB: beyond it a table is a typo, not a tuning
 
 // The equaliser's gain over frequency stays within 0..16 (below 0 the core
@@ -145,12 +135,14 @@ constexpr float kMaxGain = 16.0f;  // +24 dB: beyond it a table is a typo, not a
 void check_bounds(const st_vorl &p, const st_vorlc &pc, Checker &c) {
     auto first_bad = [&](const std::string &where, const float *groups, float lo, float hi, const char *what) {
         bool reported = false;
-        rebuild_group_curve(groups, [&](int bin, float v) {
-            if (reported || !std::isfinite(v) || (v >= lo && v <= hi)) return;
+        const BinCurve curve = group_curve(groups);  // as the core rebuilds it
+        for (int bin = 0; bin < kCurveBins; ++bin) {
+            const float v = curve[bin];
+            if (reported || !std::isfinite(v) || (v >= lo && v <= hi)) continue;
             reported = true;
             c.add(where, std::string(what) + " " + num(v) + " at bin " + std::to_string(bin) + " outside " + num(lo) +
                              ".." + num(hi));
-        });
+        }
     };
     first_bad("eq_gain", p.eq_gain, 0.0f, kMaxGain, "equaliser gain");
     static const char *const kTemplate[3] = {"AF", "WT", "TW"};

@@ -25,11 +25,19 @@ const char kTableHelp[] = R"(usage: vorl table COMMAND ...
   vorl table check FILE           check the checksum, the version and every
                                   rule a usable table keeps; one line per
                                   violation, naming the field and index
-  vorl table to-json FILE         print the table as JSON on standard output
+  vorl table to-json FILE [--curves]
+                                  print the table as JSON on standard output;
+                                  --curves adds each curve as its values at
+                                  its nodes, with bins and frequencies
   vorl table from-json JSON OUT   build a table from JSON ("-" reads standard
                                   input); the checksum is computed. A table
                                   that breaks a rule of "check" is refused
                                   (each violation listed) unless --force
+  vorl table fit CAL_AUDIO --drive FILE -o OUT
+                                  fit a table to a camera from a calibration
+                                  take (vorl table fit --help)
+  vorl table diff A B             what differs between two tables, curves as
+                                  values per band or group with frequencies
 
 Rules checked by "check": band nodes (zspec_comp_base_bin) strictly
 increasing and ending at bin 255; fit-point ranges start < end <= 48;
@@ -54,6 +62,13 @@ bit pattern). tbl_version is a hexadecimal string, the spare bytes and
 tbl_cnt are included, the checksum is not (from-json computes it). So
 to-json followed by from-json gives back the file byte for byte, when the
 file's checksum was right. from-json refuses unknown and missing fields.
+With --curves, a "curves" object gives the zoom-noise coefficient per band
+node and the templates and equaliser per group node as the values the
+engine rebuilds ({"band" or "group", "bin", "hz", "value"}). from-json
+accepts it too: values equal to what the increments rebuild keep the
+increments' bits (the round trip stays exact); edited values, or a curve
+whose increments field is left out, become the increments that rebuild
+them (zspec_comp_inter_hop is not changed).
 
 Outputs are written atomically and never over the command's input. An
 existing OUT is replaced only with -y (--overwrite); -n (--no-overwrite)
@@ -110,12 +125,12 @@ int run_table_check(int argc, char **argv, int first) {
 }
 
 int run_table_to_json(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = table_args(argc, argv, first, "to-json", 1, "FILE");
+    const cli::ParsedArgs args = table_args(argc, argv, first, "to-json", 1, "FILE [--curves]", {{"curves"}});
     const std::string path = args.positional[0];
     const st_vorl_tbl t = read_table(path);
     if (tablekit::checksum(t) != t.check_sum)
         cli::warn(path + ": checksum wrong; from-json will compute a fresh one");
-    std::fputs(tablekit::table_to_json(t).c_str(), stdout);
+    std::fputs(tablekit::table_to_json(t, args.has("curves")).c_str(), stdout);
     return cli::kExitOk;
 }
 
