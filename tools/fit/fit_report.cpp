@@ -81,8 +81,9 @@ std::string format_report(const FitResult &fit) {
              "on every other drive, scored on the others):\n");
     add(out, "  base:   over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f\n", r.base.over_est, r.base.floor,
         r.base.smoothing);
-    add(out, "  chosen: over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f", r.chosen.over_est, r.chosen.floor,
-        r.chosen.smoothing);
+    add(out, "  chosen: over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f, coefficient cap ", r.chosen.over_est,
+        r.chosen.floor, r.chosen.smoothing);
+    out += r.chosen.ratio_cap >= kNoCap ? std::string("none") : std::to_string(r.chosen.ratio_cap).substr(0, 4);
     if (std::isnan(r.chosen.score_db))
         out += " (not scored)\n";
     else

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <map>
 #include <set>
 
 #include "division_table.h"
@@ -90,7 +91,7 @@ public:
     }
 
     // The base table with every estimated field fitted from the drives of `fold`.
-    st_vorl_tbl fit_curves(int fold, bool record) {
+    st_vorl_tbl fit_curves(int fold, bool record, float cap) {
         st_vorl_tbl t = base_;
         st_vorl &p = t.st_vorl;
         const float bias = p.est_noise_bias_z_nor > 0.0f ? p.est_noise_bias_z_nor : 1.0f;
@@ -118,7 +119,7 @@ public:
             }
             for (int ch = 0; ch < 2; ++ch) {
                 const double m = hat_sum(nb, b, [&](int i) { return motor(drive, ch, i); });
-                z[ch][b] = measured[b] ? static_cast<float>(m / (bias * d)) : base_curve[ch][nb[b]];
+                z[ch][b] = measured[b] ? std::min(static_cast<float>(m / (bias * d)), cap) : base_curve[ch][nb[b]];
                 if (measured[b]) smallest = std::min(smallest, z[ch][b]);
             }
         }
@@ -233,6 +234,21 @@ private:
     BinStats quiet_;
 };
 
+// The fold's table for a cap, made once per cap.
+class FoldTables {
+public:
+    FoldTables(Fitter &fitter) : fitter_(fitter) {}
+    const st_vorl_tbl &operator()(float cap) {
+        auto it = made_.find(cap);
+        if (it == made_.end()) it = made_.emplace(cap, fitter_.fit_curves(0, false, cap)).first;
+        return it->second;
+    }
+
+private:
+    Fitter &fitter_;
+    std::map<float, st_vorl_tbl> made_;
+};
+
 void apply(st_vorl &p, const Suppression &s) {
     p.over_est = s.over_est;
     p.nr_floor_coef = s.floor;
@@ -240,35 +256,42 @@ void apply(st_vorl &p, const Suppression &s) {
 }
 
 // Each value in turn takes the best of its grid, the others held; two rounds.
-Suppression choose_suppression(st_vorl_tbl t, const Suppression &start, const HeldOutScore &score,
+Suppression choose_suppression(FoldTables &fold, const Suppression &start, const HeldOutScore &score,
                                const std::vector<BlockWords> &words, std::vector<std::string> &log) {
+    static const float kCap[] = {1.0f, 2.0f, 4.0f, 8.0f, kNoCap};
     static const float kOverEst[] = {0.5f, 0.75f, 1.0f, 1.25f, 1.5f, 2.0f, 2.5f, 3.0f};
     static const float kFloor[] = {0.03f, 0.06f, 0.1f, 0.18f, 0.3f};  // no lower: musical noise
     static const float kSmoothing[] = {0.0f, 0.2f, 0.35f, 0.5f, 0.65f, 0.8f};
+    auto score_of = [&](const Suppression &s) {
+        st_vorl_tbl t = fold(s.ratio_cap);
+        apply(t.st_vorl, s);
+        tablekit::seal(t);
+        return score(t, words);
+    };
     Suppression best = start;
-    apply(t.st_vorl, best);
-    tablekit::seal(t);
-    best.score_db = score(t, words);
+    best.score_db = score_of(best);
     struct Axis {
         const char *name;
         float Suppression::*field;
         const float *grid;
         int n;
-    } axes[] = {{"over_est", &Suppression::over_est, kOverEst, 8},
+    } axes[] = {{"coefficient cap", &Suppression::ratio_cap, kCap, 5},
+                {"over_est", &Suppression::over_est, kOverEst, 8},
                 {"nr_floor_coef", &Suppression::floor, kFloor, 5},
                 {"nr_gain_sm_coef", &Suppression::smoothing, kSmoothing, 6}};
-    std::set<std::array<float, 3>> tried = {{best.over_est, best.floor, best.smoothing}};
+    std::set<std::array<float, 4>> tried = {{best.ratio_cap, best.over_est, best.floor, best.smoothing}};
     for (int round = 0; round < 2; ++round)
         for (const Axis &a : axes) {
             for (int k = 0; k < a.n; ++k) {
                 Suppression trial = best;
                 trial.*a.field = a.grid[k];
-                if (!tried.insert({trial.over_est, trial.floor, trial.smoothing}).second) continue;
-                apply(t.st_vorl, trial);
-                tablekit::seal(t);
-                trial.score_db = score(t, words);
+                if (!tried.insert({trial.ratio_cap, trial.over_est, trial.floor, trial.smoothing}).second) continue;
+                trial.score_db = score_of(trial);
                 char line[96];
-                std::snprintf(line, sizeof line, "%s %.2f: %.2f dB", a.name, a.grid[k], trial.score_db);
+                if (a.grid[k] >= kNoCap)
+                    std::snprintf(line, sizeof line, "%s none: %.2f dB", a.name, trial.score_db);
+                else
+                    std::snprintf(line, sizeof line, "%s %.2f: %.2f dB", a.name, a.grid[k], trial.score_db);
                 log.push_back(line);
                 if (trial.score_db > best.score_db + 0.01) best = trial;
             }
@@ -374,12 +397,12 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     Fitter fitter(take, base, r);
     r.runs = fitter.analysis().runs;
     r.quiet_frames = fitter.quiet().frames;
-    st_vorl_tbl table = fitter.fit_curves(-1, true);
+    st_vorl_tbl table = fitter.fit_curves(-1, true, kNoCap);
     check_take(take, fitter, r);
     warn_about_take(take, fitter, r);
 
     const st_vorl &b = base.st_vorl;
-    r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, std::numeric_limits<double>::quiet_NaN()};
+    r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
     r.chosen = r.base;
     if (fitter.zoom_runs() >= 2 && (options.choose_suppression || options.compare_learning)) {
         // Fit on the even-numbered zoom drives, score on the odd-numbered.
@@ -396,13 +419,11 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
                 }
         }
         const HeldOutScore score(take, scored);
-        const st_vorl_tbl fold = fitter.fit_curves(0, false);
-        if (options.choose_suppression) {
+        FoldTables fold(fitter);
+        if (options.choose_suppression)
             r.chosen = choose_suppression(fold, r.base, score, take.words, r.search);
-        } else {
-            st_vorl_tbl t = fold;
-            r.chosen.score_db = score(t, take.words);
-        }
+        else
+            r.chosen.score_db = score(fold(kNoCap), take.words);
         if (options.compare_learning) {
             r.compared = true;
             r.fitted_db = r.chosen.score_db;
@@ -418,6 +439,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     } else if (options.choose_suppression) {
         r.warnings.push_back("fewer than two zoom drives: nothing to hold out, suppression values kept from the base table");
     }
+    if (r.chosen.ratio_cap < kNoCap) table = fitter.fit_curves(-1, true, r.chosen.ratio_cap);
     apply(table.st_vorl, r.chosen);
     tablekit::seal(table);
     const auto broken = tablekit::check_table_rules(table);

@@ -20,7 +20,12 @@
 // - the division table, accurate over the bin powers the drives show;
 // - the curve's limits (four times each node, at least 2; the floor half the
 //   smallest node), so the library's plausibility check accepts learning;
-// - over-estimation, floor and gain smoothing by the held-out score
+// - a cap on the coefficient: where the motor is nearly the same in both
+//   channels (a whine through a common path) the ratio runs to 10 and more,
+//   and the difference model then takes the scene's own small channel
+//   difference for motor noise; above the cap the rest of the motor power
+//   goes to the direction's template instead (steady, and per direction);
+// - the cap, over-estimation, floor and gain smoothing by the held-out score
 //   (heldout_score.h): curves fitted on every other drive, values scored on
 //   the others, each value in turn the best of its grid (two rounds).
 #pragma once
@@ -49,8 +54,11 @@ struct NodeFit {
     double room[2];   // quiet-period power per channel
 };
 
+constexpr float kNoCap = 1e9f;
+
 struct Suppression {
     float over_est, floor, smoothing;
+    float ratio_cap;  // largest coefficient the difference model takes (kNoCap: none)
     double score_db;  // held-out score, NaN when not measured
 };
 

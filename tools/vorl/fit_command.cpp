@@ -15,7 +15,7 @@
 namespace vorl {
 
 const char kTableFitHelp[] = R"(usage: vorl table fit CAL_AUDIO (--drive FILE | --zoom-in R --zoom-out R [--af R]) -o OUT_TABLE
-                      [--base TABLE] [--report FILE] [--quick] [-q]
+                      [--base TABLE] [--report FILE] [--quick] [-y|-n] [-q]
 
 Makes a tuning table for a camera from a calibration take: the camera's own
 stereo recording of its motor in a quiet room, zoom in and zoom out for a
@@ -44,6 +44,9 @@ report). Every other value comes from the base table.
                           choices made and warnings about the take
   --quick                 skip the held-out search and comparison (keeps
                           the base table's suppression values)
+  -y, --overwrite         replace an existing OUT_TABLE or report
+  -n, --no-overwrite      never replace them (default: ask on a terminal,
+                          else refuse)
   -q, --quiet             no summary or warnings on standard error
 
 Refused (exit status 2): a take that is not stereo, a drive log without zoom
@@ -60,7 +63,8 @@ fit::BlockWords fit_words(const DriveWords &w) { return {w.zoom, w.af != 0, w.wi
 int run_table_fit(int argc, char **argv, int first) {
     const cli::ParsedArgs args = cli::parse_args(
         argc, argv, first,
-        with_drive_options({{"output", true, 'o'}, {"base", true}, {"report", true}, {"quick"}, {"quiet", false, 'q'}}),
+        with_overwrite_options(
+            with_drive_options({{"output", true, 'o'}, {"base", true}, {"report", true}, {"quick"}, {"quiet", false, 'q'}})),
         "table fit");
     if (args.help) {
         std::fputs(kTableFitHelp, stdout);
@@ -80,6 +84,9 @@ int run_table_fit(int argc, char **argv, int first) {
             cli::usage_error(out + ": is an input of the fit; choose another output name");
     if (!report_path.empty() && report_path != "-" && (report_path == out || same_file(report_path, out)))
         cli::usage_error(report_path + ": the report would overwrite the output table");
+    const Replace replace = replace_policy(args);
+    check_replace(out, replace);
+    if (!report_path.empty() && report_path != "-") check_replace(report_path, replace);
     const DriveSchedule drive = drive_from_args(args);
     const st_vorl_tbl base = base_path.empty() ? default_table() : read_table(base_path);
     if (!base_path.empty() && tablekit::checksum(base) != base.check_sum)
