@@ -9,8 +9,6 @@ namespace {
 constexpr std::size_t kBlock = VORL_BLOCK_FRAMES;
 constexpr std::size_t kDelay = VORL_DELAY_FRAMES;  // three blocks
 constexpr std::size_t kChunk = 64 * kBlock;
-// 171 ms: a gain smoothed by 0.8 per frame is then within 0.1 % of its target.
-constexpr std::size_t kPrimeBlocks = 32;
 }  // namespace
 
 EngineStream::EngineStream(HostSession &session, const DriveSchedule &drive, int rate, bool dc_cut, bool raw,
@@ -47,8 +45,6 @@ void EngineStream::run_chunk(bool at_end) {
     std::size_t chunk_blocks = (filled_ + kBlock - 1) / kBlock;
     if (at_end && !raw_) chunk_blocks += kDelay / kBlock;
     std::fill(chunk_in + 2 * filled_, chunk_in + 2 * chunk_blocks * kBlock, int16_t{0});
-    if (!raw_ && !primed_) session_.prime(chunk_in, std::min(kPrimeBlocks, filled_ / kBlock));
-    primed_ = true;
     for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks_) {
         int16_t *block = chunk_in + 2 * k * kBlock;
         if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);

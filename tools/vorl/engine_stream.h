@@ -3,10 +3,7 @@
 // library's delay. By default the output is time-aligned with the input
 // and as long (three blocks of silence are fed after the end and the first
 // 768 output frames dropped); `raw` passes the library's stream as it
-// comes, whole blocks, 768 frames late. Aligned output starts from an
-// engine primed with the recording's first blocks (HostSession::prime), so
-// its gains do not fade in from 0 over the first frames; the raw stream is
-// the library's own from a fresh start.
+// comes, whole blocks, 768 frames late.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +54,6 @@ private:
     std::vector<int16_t> seen_, out_, removed_;
     std::size_t filled_ = 0;  // frames of the current chunk
     int64_t frames_ = 0, blocks_ = 0, produced_ = 0;
-    bool primed_ = false;
     uint64_t saturated_ = 0;
 };
 

@@ -51,14 +51,6 @@ void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &dri
     std::memcpy(out, res_.p_out, VORL_BLOCK_FRAMES * 2 * sizeof(int16_t));
 }
 
-void HostSession::prime(const int16_t *in, std::size_t blocks) {
-    std::vector<int16_t> discarded(2 * VORL_BLOCK_FRAMES);
-    for (std::size_t b = 0; b < blocks; ++b) process(in + 2 * VORL_BLOCK_FRAMES * b, discarded.data(), DriveWords{});
-    const uint32_t pulse = work().pulse_proc_flag;
-    VORLInitialize(&res_);  // rings, output and block settings; not the workspace
-    work().pulse_proc_flag = pulse;
-}
-
 uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }
 
 const st_vorl &HostSession::working_parameters() const { return work().ws.st_vorl_work; }

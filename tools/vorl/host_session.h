@@ -38,12 +38,6 @@ public:
     // without zoom drive. Without this call the table's own setting holds.
     void follow_autofocus_word() { follow_af_ = true; }
 
-    // Runs `blocks` blocks of `in` (interleaved) through the engine as idle
-    // blocks, discards their output and clears the input rings and output
-    // again (VORLInitialize, which keeps the engine's workspace): the
-    // suppression gains then start settled instead of fading in from 0.
-    void prime(const int16_t *in, std::size_t blocks);
-
     // Learning updates applied since the table was loaded.
     uint32_t learn_count() const;
 

@@ -159,11 +159,7 @@ Processing:
                       (alias --no-align). By default OUT is time-aligned
                       with IN and has IN's length: three blocks of silence
                       are fed after the input and the first 768 output
-                      frames are dropped; the engine is first primed with
-                      the first 171 ms of IN (output discarded, input and
-                      output rings cleared again), so its suppression
-                      gains start settled instead of fading in from 0
-                      over the first 20 ms. A last partial block is padded
+                      frames are dropped. A last partial block is padded
                       with silence either way.
   -y, --overwrite     replace an existing OUT or --learn table (without
                       it the tool asks on a terminal, else refuses)
