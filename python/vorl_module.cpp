@@ -10,6 +10,7 @@
 
 #include "audio_io.h"
 #include "cli.h"
+#include "fit_table.h"
 #include "host_session.h"
 #include "table_checksum.h"
 #include "table_json.h"
@@ -127,6 +128,30 @@ py::tuple read_audio(const std::string &path) {
     return py::make_tuple(a, in.sample_rate());
 }
 
+// A table fitted to a calibration take, as `vorl table fit` makes it:
+// (table bytes, report text).
+py::tuple fit_table(const Pcm &audio, const py::object &drive, const py::object &base, bool quick, int rate) {
+    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    const std::vector<vorl::DriveWords> words = words_of(drive);
+    const std::size_t blocks = static_cast<std::size_t>((audio.shape(0) + kBlock - 1) / kBlock);
+    if (words.size() != blocks)
+        throw vorl::cli::Failure(vorl::cli::kExitInput, "drive has " + std::to_string(words.size()) +
+                                                            " blocks, the take " + std::to_string(blocks));
+    vorl::fit::Take take;
+    take.samples = audio.data();
+    take.frames = static_cast<std::size_t>(audio.shape(0));
+    take.rate = rate;
+    for (const auto &w : words) take.words.push_back({w.zoom, w.af != 0, w.wind != 0});
+    vorl::fit::FitOptions options;
+    options.choose_suppression = options.compare_learning = !quick;
+    vorl::fit::FitResult result;
+    {
+        py::gil_scoped_release unlocked;
+        result = vorl::fit::fit_table(take, table_of(base), options);
+    }
+    return py::make_tuple(bytes_of(result.table), vorl::fit::format_report(result));
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_vorl, m) {
@@ -139,6 +164,8 @@ PYBIND11_MODULE(_vorl, m) {
             error(e.what());
         } catch (const vorl::tablekit::JsonError &e) {
             error(e.what());
+        } catch (const vorl::fit::FitError &e) {
+            error(e.what());
         }
     });
     m.attr("BLOCK_FRAMES") = kBlock;
@@ -147,6 +174,8 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
           py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("gains") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
+    m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
+          py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("default_table", [] { return bytes_of(vorl::default_table()); });
     m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });

@@ -77,3 +77,15 @@ def test_bad_input_is_refused_with_words(tmp_path):
         vorl.read_audio(tmp_path / "missing.wav")
     with pytest.raises(vorl.Error, match="missing field"):
         vorl.table_from_json("{}")
+
+
+def test_fit_is_the_tools_table(demo, tmp_path):
+    audio, rate = vorl.read_audio(demo / "calibration.wav")
+    drive = vorl.read_drive(demo / "calibration-drive.txt")
+    table, report = vorl.fit(audio, drive, quick=True)
+    run_tool("table", "fit", demo / "calibration.wav", "--drive", demo / "calibration-drive.txt", "-o",
+             tmp_path / "fit.tbl", "--quick", "-q")
+    assert table == vorl.read_table(tmp_path / "fit.tbl") and vorl.check_table(table) == []
+    assert "coef L" in report
+    with pytest.raises(vorl.Error, match="no zoom drive"):
+        vorl.fit(audio, np.zeros_like(drive), quick=True)

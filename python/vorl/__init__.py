@@ -124,7 +124,14 @@ def detect(audio, rate=48000):
     raise NotImplementedError("the drive detector is not available in this build yet")
 
 
-def fit(*args, **kwargs):
-    """Fits a table from calibration takes: pending (the fitter is not part
-    of this build yet)."""
-    raise NotImplementedError("the table fitter is not available in this build yet")
+def fit(audio, drive, base=None, quick=False, rate=48000):
+    """A table for a camera from its calibration take, as ``vorl table fit``
+    makes it: `audio` int16 of shape (frames, 2), the motor in a quiet room;
+    `drive` the drive words per block, one row for every block of the take;
+    `base` the table bytes to start from (default: the built-in table);
+    quick=True skips the held-out search. Returns (table bytes, report
+    text). Raises Error for a take the fitter cannot use."""
+    audio = np.asarray(audio)
+    if audio.dtype != np.int16:
+        raise Error("audio must be int16")
+    return _vorl.fit_table(audio, drive, base, quick, rate)
