@@ -55,9 +55,15 @@ public:
 
 private:
     static constexpr int kBlock = VORL_BLOCK_FRAMES;
-    static constexpr int kSlots = 5;  // the block being filled and four before it
+    static constexpr int kMaxLag = 1;
+    // The block being filled and those before it still needed; with this
+    // many, the slot of a block before the first is one never written yet.
+    static constexpr int kSlots = kMaxLag + 5;
 
     VORLWorkArea &work() { return *static_cast<VORLWorkArea *>(res_.p_work); }
+    // Blocks between the one completed and the one the library is given
+    // (its words are known and, for the click filter, the block itself).
+    int lag() const;
     void block_boundary(const Controls &c);
     void enter_library(const Controls &words);
 
@@ -73,7 +79,7 @@ private:
     int16_t input_[kSlots][kBlock][2] = {};  // input blocks by index mod kSlots
     int16_t processed_[kBlock][2] = {};      // the library's current output block
     const int16_t (*dry_)[2] = nullptr;      // the input block it came from
-    Controls latched_{};           // the drive words of the block the click filter waits for
+    Controls words_[kSlots] = {};  // drive words by block, as the input
 };
 
 }  // namespace vorl::lv2

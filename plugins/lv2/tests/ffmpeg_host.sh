@@ -32,4 +32,5 @@ same "" "zoom=1" zoom.raw 768                                  # ffmpeg's own bl
 same "asetnsamples=n=1," "zoom=1" zoom.raw 768                 # one frame per call
 same "asetnsamples=n=1000," "zoom=1|pulse=1" pulse.raw 1024    # click filter: one block more
 same "asetnsamples=n=300," "zoom=1|strength=0" in.raw 768      # strength 0: the input, delayed
+same "asetnsamples=n=300," "pulse=1|strength=0" in.raw 1024
 echo "plugin output equals the tool's"
