@@ -86,13 +86,13 @@ def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
                      extent=(0, seconds, 0, top_khz), interpolation="nearest")
 
 
-def plot_spectrograms(plt, before, after, spans, seconds, rate, path, title):
+def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
     top = rate / 2000
     vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, sharey=True, constrained_layout=True)
-    for ax, values, name in ((axes[0], before, "input"), (axes[1], after, "output")):
+    for ax, values, title in ((axes[0], before, titles[0]), (axes[1], after, titles[1])):
         im = image(ax, values, seconds, top, vmax - 90, vmax)
-        ax.set_title(f"{name}: {title}")
+        ax.set_title(title)
         ax.set_ylabel("frequency (kHz)")
         mark_drives(ax, spans, legend=ax is axes[0])
     axes[1].set_xlabel("time (s)")
@@ -278,14 +278,16 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
 
     os.makedirs(out_dir, exist_ok=True)
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
-    table_name = os.path.basename(table_path) if table_path else "built-in table"
+    table_name = f"table {os.path.basename(table_path)}" if table_path else "built-in table"
+    noisy_name = os.path.basename(str(noisy_path))
+    after_title = (f"output: {os.path.basename(str(processed_path))}" if processed_path
+                   else f"output: {noisy_name} processed here with the {table_name}")
     plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, len(noisy) / rate, rate,
-                      paths["spectrograms"],
-                      f"{os.path.basename(str(noisy_path))} ({table_name})")
+                      paths["spectrograms"], (f"input: {noisy_name}", after_title))
     plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
     plot_gain(plt, gains, words, spans, rate, paths["gain"])
     plot_table(plt, vorl.table_to_dict(table or vorl.default_table()), RATE_TUNED, paths["table"],
-               f"tuning table: {table_name}")
+               f"tuning table: {os.path.basename(table_path) if table_path else 'built-in'}")
     return paths
 
 
