@@ -66,7 +66,7 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
                    double strength, bool gains) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
     if (!(strength >= 0.0 && strength <= 1.0)) throw py::value_error("strength must be between 0 and 1");
-    const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive), "drive array");
+    const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
     vorl::HostSession session(table_of(table), table.is_none() ? "built-in table" : "table", pulse);
     if (schedule.has_af()) session.follow_autofocus_word();
 

@@ -66,14 +66,6 @@ std::vector<TimeRange> parse_ranges(const std::string &value, const std::string 
     }
 }
 
-DriveSchedule DriveSchedule::from_words(std::vector<DriveWords> words, const std::string &name) {
-    DriveSchedule s;
-    s.file_given_ = true;
-    s.file_ = name;
-    s.by_block_ = std::move(words);
-    return s;
-}
-
 DriveSchedule DriveSchedule::from_file(const std::string &path) {
     std::ifstream in(path);
     if (!in) cli::input_error(path + ": cannot open drive file");

@@ -24,9 +24,9 @@ public:
     // (zoom 0..2, af any non-negative 32-bit value, wind 0 or 1). Lines that
     // are empty or start with '#' are skipped. Input error naming file:line.
     static DriveSchedule from_file(const std::string &path);
-    // The same from words already checked (zoom 0..2, wind 0 or 1), e.g. a
-    // Python array; `name` stands for the file in messages.
-    static DriveSchedule from_words(std::vector<DriveWords> words, const std::string &name);
+
+    // A schedule of the given per-block words, treated like a drive file.
+    static DriveSchedule from_words(std::vector<DriveWords> words);
 
     // A schedule of the given per-block words, treated like a drive file.
     static DriveSchedule from_words(std::vector<DriveWords> words);
