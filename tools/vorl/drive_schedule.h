@@ -28,9 +28,6 @@ public:
     // A schedule of the given per-block words, treated like a drive file.
     static DriveSchedule from_words(std::vector<DriveWords> words);
 
-    // A schedule of the given per-block words, treated like a drive file.
-    static DriveSchedule from_words(std::vector<DriveWords> words);
-
     // Adds ranges from a command-line value "1.5-3.2" or "1.5-3.2,5-6.5";
     // usage error naming `option` if malformed. Overlapping zoom-in and
     // zoom-out ranges are refused by check_conflicts().
