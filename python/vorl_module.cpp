@@ -10,6 +10,7 @@
 
 #include "audio_io.h"
 #include "cli.h"
+#include "drive_detector.h"
 #include "engine_stream.h"
 #include "host_session.h"
 #include "table_checksum.h"
@@ -95,6 +96,26 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
     return py::make_tuple(out, gain);
 }
 
+// The drive words the tool detects when it is given none (vorl process
+// without drive options), one row "zoom af wind" per block.
+Words detect(const Pcm &audio, const py::object &table) {
+    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    const st_vorl_tbl t = table_of(table);
+    std::vector<vorl::DriveWords> found;
+    {
+        py::gil_scoped_release unlocked;
+        found = vorl::detect_drives(audio.data(), static_cast<std::size_t>(audio.shape(0)),
+                                    table.is_none() ? nullptr : &t);
+    }
+    Words words({static_cast<py::ssize_t>(found.size()), py::ssize_t{3}});
+    auto w = words.mutable_unchecked<2>();
+    for (std::size_t b = 0; b < found.size(); ++b) {
+        const auto i = static_cast<py::ssize_t>(b);
+        w(i, 0) = found[b].zoom, w(i, 1) = found[b].af, w(i, 2) = found[b].wind;
+    }
+    return words;
+}
+
 // Every rule a usable table keeps (checksum and version included).
 std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &table) {
     std::vector<std::pair<std::string, std::string>> found;
@@ -136,6 +157,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
           py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("gains") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
+    m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());
     m.def("default_table", [] { return bytes_of(vorl::default_table()); });
     m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });

@@ -65,9 +65,10 @@ void StreamRunner::restart() {
     std::memset(processed_, 0, sizeof processed_);
     dry_ = input_[kSlots - 1];  // silent: the last slot is first written much later
     std::fill(std::begin(words_), std::end(words_), Controls{});
+    detector_ = DriveDetector(&table_);
 }
 
-int StreamRunner::lag() const { return pulse_ ? 1 : 0; }
+int StreamRunner::lag() const { return detect_ ? DriveDetector::kLatencyBlocks + 1 : pulse_ ? 1 : 0; }
 
 uint32_t StreamRunner::latency() const { return VORL_DELAY_FRAMES + static_cast<uint32_t>(lag() * kBlock); }
 
@@ -81,11 +82,19 @@ void StreamRunner::enter_library(const Controls &words) {
 
 // Called before the first frame of block `block_` enters; block_ - 1 is complete.
 void StreamRunner::block_boundary(const Controls &c) {
-    if (c.pulse != pulse_) {
+    if (c.pulse != pulse_ || c.detect != detect_) {
         pulse_ = c.pulse;
+        detect_ = c.detect;
         restart();
     }
     words_[slot_of(block_, kSlots)] = c;  // a block's words: the controls at its first frame
+    DriveWords found;
+    if (detect_ && block_ > 0 && detector_.push(&input_[slot_of(block_ - 1, kSlots)][0][0], found)) {
+        Controls &w = words_[slot_of(block_ - 1 - DriveDetector::kLatencyBlocks, kSlots)];
+        w.zoom = found.zoom;
+        w.af = found.af;
+        w.wind = found.wind;
+    }
     const int64_t call = block_ - lag();  // the library call for input block `call`
     if (call < 0) return;                 // output stays silent until the first one
     VORLWorkArea &w = work();

@@ -235,6 +235,7 @@ void run(LV2_Handle h, uint32_t n) {
     c.af = word(control(p, kAf, 0), 1);
     c.wind = word(control(p, kWind, 0), 1);
     c.pulse = control(p, kPulse, 0) > 0.5f;
+    c.detect = control(p, kDetect, 0) > 0.5f;
     c.strength = control(p, kStrength, 1);
     if (p.ports[kInL] != nullptr && p.ports[kInR] != nullptr && p.ports[kOutL] != nullptr &&
         p.ports[kOutR] != nullptr)

@@ -17,6 +17,13 @@ def test_process_is_the_tools_output(demo, tmp_path):
     out = vorl.process(audio, drive, pulse=True, strength=0.6)
     assert np.array_equal(out, vorl.read_audio(tmp_path / "tool.wav")[0])
 
+    # No drive state: the tool detects the drives, and so does vorl.detect.
+    run_tool("process", demo / "noisy.wav", tmp_path / "detected.wav", "--drive-out", tmp_path / "found.txt", "-q")
+    found = vorl.detect(audio)
+    assert np.array_equal(found, vorl.read_drive(tmp_path / "found.txt"))
+    assert found[:, 0].any()
+    assert np.array_equal(vorl.process(audio, found), vorl.read_audio(tmp_path / "detected.wav")[0])
+
     # Ranges in seconds, a table file and the DC cut, as the tool takes them.
     run_tool("table", "new", tmp_path / "t.tbl")
     run_tool("process", demo / "noisy.wav", tmp_path / "ranges.wav", "--zoom-in", "2-4", "--zoom-out", "6-7.6",

@@ -119,10 +119,16 @@ def table_from_dict(fields):
     return table_from_json(json.dumps(fields))
 
 
-def detect(audio, rate=48000):
-    """Drive words from the recording itself: pending (the drive detector is
-    not part of this build yet)."""
-    raise NotImplementedError("the drive detector is not available in this build yet")
+def detect(audio, table=None):
+    """Drive words from the recording itself, shape (blocks, 3), as
+    ``vorl process`` detects them when it is given no drive state: the
+    channel-difference detector over the whole take, short motor runs marked
+    as autofocus. A `table` with distinct "WT"/"TW" templates tells the
+    zoom direction; without one every zoom drive is 1."""
+    audio = np.asarray(audio)
+    if audio.dtype != np.int16:
+        raise Error("audio must be int16")
+    return _vorl.detect(audio, table)
 
 
 def fit(*args, **kwargs):
