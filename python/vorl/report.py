@@ -56,9 +56,17 @@ def spectrogram_db(audio):
     return 10 * np.log10(np.maximum(power.T, 10 ** (FLOOR_DB / 10)))
 
 
-def drive_spans(drive, rate):
-    """(label, colour, [(start s, end s), ...]) for every kind of drive present."""
-    spans = []
+class DriveSpans(list):
+    """(label, colour, [(start s, end s), ...]) for every kind of drive
+    present, and what the legend calls them."""
+
+    def __init__(self, title):
+        super().__init__()
+        self.title = title
+
+
+def drive_spans(drive, rate, title="drive"):
+    spans = DriveSpans(title)
     seconds = vorl.BLOCK_FRAMES / rate
     for column, value, label, colour in DRIVES:
         on = drive[:, column] != 0 if value is None else drive[:, column] == value
@@ -78,7 +86,7 @@ def mark_drives(ax, spans, legend=True):
             ax.axvline(a, color=colour, lw=0.8, ls=":", alpha=0.8)
             ax.axvline(b, color=colour, lw=0.8, ls=":", alpha=0.8)
     if legend and spans:
-        ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title="drive", title_fontsize=8)
+        ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title=spans.title, title_fontsize=8)
 
 
 def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
@@ -262,7 +270,8 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     noisy, rate = vorl.read_audio(noisy_path)
     table = vorl.read_table(table_path) if table_path else None
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
-    drive = vorl.read_drive(drive_path) if drive_path else np.zeros((0, 3), dtype=np.int64)
+    # Without a drive file the drives are detected, as vorl process does.
+    drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
     own, gains = vorl.process(noisy, drive, table, gains=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)
@@ -274,7 +283,7 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     words = np.zeros((blocks, 3), dtype=np.int64)
     rows = min(blocks, len(drive))
     words[:rows] = drive[:rows]
-    spans = drive_spans(words, rate)
+    spans = drive_spans(words, rate, "drive" if drive_path else "drive (detected)")
 
     os.makedirs(out_dir, exist_ok=True)
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
@@ -305,7 +314,8 @@ def main(argv=None):
     parser.add_argument("dir", metavar="DIR", help="folder for the PNG files (created if missing)")
     parser.add_argument("--processed", metavar="OUT",
                         help="the time-aligned output of vorl process (default: processed here)")
-    parser.add_argument("--drive", metavar="FILE", help="drive file, one \"zoom af wind\" line per block")
+    parser.add_argument("--drive", metavar="FILE",
+                        help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
     args = parser.parse_args(argv)
     try:
