@@ -11,6 +11,8 @@
 #include "audio_io.h"
 #include "cli.h"
 #include "fit_table.h"
+#include "drive_detector.h"
+#include "engine_stream.h"
 #include "host_session.h"
 #include "table_checksum.h"
 #include "table_json.h"
@@ -60,51 +62,59 @@ std::vector<vorl::DriveWords> words_of(const py::object &drive) {
 
 // Runs a recording as `vorl process` does (time-aligned, as long as the
 // input); with `gains`, also the suppression gain of every block: gains[b]
-// is the gain of the frame centred on input frame 256*(b+1) - the frame
-// made of input blocks b and b+1.
+// is the gain of the frame made of input blocks b and b+1, centred on input
+// frame 256*(b+1).
 py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
-                   bool gains) {
+                   double strength, bool gains) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
-    const std::vector<vorl::DriveWords> words = words_of(drive);
+    if (!(strength >= 0.0 && strength <= 1.0)) throw py::value_error("strength must be between 0 and 1");
+    const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
     vorl::HostSession session(table_of(table), table.is_none() ? "built-in table" : "table", pulse);
-    for (const auto &w : words)
-        if (w.af != 0) {
-            session.follow_autofocus_word();
-            break;
-        }
+    if (schedule.has_af()) session.follow_autofocus_word();
 
     const py::ssize_t frames = audio.shape(0);
-    const py::ssize_t input_blocks = (frames + kBlock - 1) / kBlock;
+    const py::ssize_t blocks = (frames + kBlock - 1) / kBlock;
     Pcm out({frames, py::ssize_t{2}});
-    py::array_t<float> gain({input_blocks, py::ssize_t{2}, kBins});
-    const int16_t *in = audio.data();
-    int16_t *dst = out.mutable_data();
+    py::array_t<float> gain({blocks, py::ssize_t{2}, kBins});
+    int16_t *next = out.mutable_data();
     float *g = gain.mutable_data();
     {
         py::gil_scoped_release unlocked;
-        VORLDcCutState dc;
-        VORLDcCutInit(&dc);
-        int16_t block[2 * kBlock], result[2 * kBlock];
-        // Three blocks of silence after the input bring its end out.
-        for (py::ssize_t b = 0; b < input_blocks + kDelay / kBlock; ++b) {
-            const py::ssize_t first = b * kBlock, got = std::max<py::ssize_t>(0, std::min(kBlock, frames - first));
-            if (got > 0) std::memcpy(block, in + 2 * first, 2 * got * sizeof(int16_t));
-            std::memset(block + 2 * got, 0, 2 * (kBlock - got) * sizeof(int16_t));
-            if (dc_cut) VORLDcCutProc(block, &dc, kBlock);
-            const vorl::DriveWords w = b < static_cast<py::ssize_t>(words.size()) ? words[b] : vorl::DriveWords{};
-            session.process(block, result, w);
-            // Output frame first + i is input frame first + i - 768.
-            for (py::ssize_t i = 0; i < kBlock; ++i) {
-                const py::ssize_t at = first + i - kDelay;
-                if (at >= 0 && at < frames) std::memcpy(dst + 2 * at, result + 2 * i, 2 * sizeof(int16_t));
-            }
-            // The frame just analysed holds input blocks b-3 and b-2.
-            if (gains && b >= 3 && b - 3 < input_blocks)
-                std::memcpy(g + (b - 3) * 2 * kBins, session.workspace().gain_prev, sizeof(float) * 2 * kBins);
-        }
+        vorl::EngineStream stream(session, schedule, 48000, dc_cut, false, [&](const int16_t *s, std::size_t n) {
+            next = std::copy(s, s + 2 * n, next);
+        });
+        if (strength < 1.0) stream.mix(strength, nullptr);
+        // The frame the library analyses with block b holds input blocks b-3 and b-2.
+        if (gains)
+            stream.after_each_block([&](int64_t b) {
+                if (b >= 3 && b - 3 < blocks)
+                    std::memcpy(g + (b - 3) * 2 * kBins, session.workspace().gain_prev, sizeof(float) * 2 * kBins);
+            });
+        stream.push(audio.data(), static_cast<std::size_t>(frames));
+        stream.finish();
     }
     if (!gains) return std::move(out);
     return py::make_tuple(out, gain);
+}
+
+// The drive words the tool detects when it is given none (vorl process
+// without drive options), one row "zoom af wind" per block.
+Words detect(const Pcm &audio, const py::object &table) {
+    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    const st_vorl_tbl t = table_of(table);
+    std::vector<vorl::DriveWords> found;
+    {
+        py::gil_scoped_release unlocked;
+        found = vorl::detect_drives(audio.data(), static_cast<std::size_t>(audio.shape(0)),
+                                    table.is_none() ? nullptr : &t);
+    }
+    Words words({static_cast<py::ssize_t>(found.size()), py::ssize_t{3}});
+    auto w = words.mutable_unchecked<2>();
+    for (std::size_t b = 0; b < found.size(); ++b) {
+        const auto i = static_cast<py::ssize_t>(b);
+        w(i, 0) = found[b].zoom, w(i, 1) = found[b].af, w(i, 2) = found[b].wind;
+    }
+    return words;
 }
 
 // Every rule a usable table keeps (checksum and version included).
@@ -172,10 +182,11 @@ PYBIND11_MODULE(_vorl, m) {
     m.attr("DELAY_FRAMES") = kDelay;
     m.attr("TABLE_BYTES") = sizeof(st_vorl_tbl);
     m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
-          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("gains") = false);
+          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("gains") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
+    m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());
     m.def("default_table", [] { return bytes_of(vorl::default_table()); });
     m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });

@@ -27,7 +27,7 @@ StreamRunner::StreamRunner() {
     storage_.assign((bytes + 7) / 8, 0);
     res_.p_work = storage_.data();
     VORLGetResourceInfo(&res_);
-    dry_ = input_[0];
+    dry_ = input_[kSlots - 1];  // silent: the last slot is first written much later
 }
 
 int32_t StreamRunner::check(const st_vorl_tbl &table) {
@@ -63,11 +63,14 @@ void StreamRunner::restart() {
     pos_ = 0;
     std::memset(input_, 0, sizeof input_);
     std::memset(processed_, 0, sizeof processed_);
-    dry_ = input_[0];
-    latched_ = Controls{};
+    dry_ = input_[kSlots - 1];  // silent: the last slot is first written much later
+    std::fill(std::begin(words_), std::end(words_), Controls{});
+    detector_ = DriveDetector(&table_);
 }
 
-uint32_t StreamRunner::latency() const { return VORL_DELAY_FRAMES + (pulse_ ? kBlock : 0); }
+int StreamRunner::lag() const { return detect_ ? DriveDetector::kLatencyBlocks + 1 : pulse_ ? 1 : 0; }
+
+uint32_t StreamRunner::latency() const { return VORL_DELAY_FRAMES + static_cast<uint32_t>(lag() * kBlock); }
 
 void StreamRunner::enter_library(const Controls &words) {
     if (words.af != 0) follow_af_ = true;  // as the tool: af words switch the "AF" template
@@ -79,32 +82,39 @@ void StreamRunner::enter_library(const Controls &words) {
 
 // Called before the first frame of block `block_` enters; block_ - 1 is complete.
 void StreamRunner::block_boundary(const Controls &c) {
-    if (c.pulse != pulse_) {
+    if (c.pulse != pulse_ || c.detect != detect_) {
         pulse_ = c.pulse;
+        detect_ = c.detect;
         restart();
     }
-    const int16_t(*done)[2] = input_[slot_of(block_ - 1, kSlots)];
+    words_[slot_of(block_, kSlots)] = c;  // a block's words: the controls at its first frame
+    DriveWords found;
+    if (detect_ && block_ > 0 && detector_.push(&input_[slot_of(block_ - 1, kSlots)][0][0], found)) {
+        Controls &w = words_[slot_of(block_ - 1 - DriveDetector::kLatencyBlocks, kSlots)];
+        w.zoom = found.zoom;
+        w.af = found.af;
+        w.wind = found.wind;
+    }
+    const int64_t call = block_ - lag();  // the library call for input block `call`
+    if (call < 0) return;                 // output stays silent until the first one
     VORLWorkArea &w = work();
-    if (!pulse_) {
-        // Ring position 512: where the host interface's copy of this block
-        // lies after the call that took it.
+    if (lag() == 0) {
+        // Block call - 1 goes to ring position 512, where the host
+        // interface's copy of it lies after the call that took it.
+        const int16_t(*done)[2] = input_[slot_of(call - 1, kSlots)];
         for (int i = 0; i < kBlock; ++i) {
             w.ring[0][2 * kBlock + i] = done[i][0];
             w.ring[1][2 * kBlock + i] = done[i][1];
         }
-        enter_library(c);  // block_'s words: the host's controls at its first frame
-        dry_ = input_[slot_of(block_ - 3, kSlots)];
-        return;
-    }
-    if (block_ > 0) {
+    } else {
+        const int16_t(*done)[2] = input_[slot_of(call, kSlots)];
         for (int i = 0; i < kBlock; ++i) {
             res_.p_in_ch0[i] = done[i][0];
             res_.p_in_ch1[i] = done[i][1];
         }
-        enter_library(latched_);
-        dry_ = input_[slot_of(block_ - 4, kSlots)];
     }
-    latched_ = c;
+    enter_library(words_[slot_of(call, kSlots)]);
+    dry_ = input_[slot_of(call - 3, kSlots)];  // the input block the output block came from
 }
 
 void StreamRunner::run(const float *in_l, const float *in_r, float *out_l, float *out_r, uint32_t n,

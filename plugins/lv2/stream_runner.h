@@ -10,11 +10,14 @@
 // stream is exactly 768 frames late. The click filter reads the newest
 // block, so with it on the call waits for its block and the stream is 1024
 // frames late. Both give the outputs of the host interface bit for bit.
+// With drive detection the call waits for the detector's words of its
+// block, DriveDetector::kLatencyBlocks + 1 blocks: 9984 frames in all.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
+#include "drive_detector.h"
 #include "vorl.h"
 
 namespace vorl::lv2 {
@@ -24,6 +27,7 @@ struct Controls {
     uint32_t af = 0;        // autofocus drive
     uint32_t wind = 0;      // 1 while wind is present
     bool pulse = false;     // click filter
+    bool detect = false;    // drive words from the streaming detector, not the three above
     float strength = 1.0f;  // 0 input only .. 1 the library's output
 };
 
@@ -45,19 +49,26 @@ public:
 
     // n frames of float audio (full scale 1.0) in, n frames out; any n,
     // including 0. Controls are taken at each 256-frame boundary inside the
-    // run. Changing the click filter restarts the stream. Allocation-free.
+    // run. Changing the click filter or detection restarts the stream.
+    // Allocation-free.
     void run(const float *in_l, const float *in_r, float *out_l, float *out_r, uint32_t n,
              const Controls &c);
 
-    // Frames between an input frame and its output (768, or 1024 with the
-    // click filter on).
+    // Frames between an input frame and its output: 768, 1024 with the
+    // click filter, 9984 with detection.
     uint32_t latency() const;
 
 private:
     static constexpr int kBlock = VORL_BLOCK_FRAMES;
-    static constexpr int kSlots = 5;  // the block being filled and four before it
+    static constexpr int kMaxLag = DriveDetector::kLatencyBlocks + 1;
+    // The block being filled and those before it still needed; with this
+    // many, the slot of a block before the first is one never written yet.
+    static constexpr int kSlots = kMaxLag + 5;
 
     VORLWorkArea &work() { return *static_cast<VORLWorkArea *>(res_.p_work); }
+    // Blocks between the one completed and the one the library is given
+    // (its words are known and, for the click filter, the block itself).
+    int lag() const;
     void block_boundary(const Controls &c);
     void enter_library(const Controls &words);
 
@@ -67,13 +78,15 @@ private:
     bool loaded_ = false;
 
     bool pulse_ = false;           // click filter in this stream
+    bool detect_ = false;          // detector's words in this stream
+    DriveDetector detector_;
     bool follow_af_ = false;       // an autofocus word has been seen
     int64_t block_ = 0;            // index of the block being filled
     int pos_ = 0;                  // frames of it filled so far
     int16_t input_[kSlots][kBlock][2] = {};  // input blocks by index mod kSlots
     int16_t processed_[kBlock][2] = {};      // the library's current output block
     const int16_t (*dry_)[2] = nullptr;      // the input block it came from
-    Controls latched_{};           // the drive words of the block the click filter waits for
+    Controls words_[kSlots] = {};  // drive words by block, as the input
 };
 
 }  // namespace vorl::lv2

@@ -80,7 +80,16 @@ bool copy_path(char (&to)[kMaxPath], const char *from, std::size_t len) {
     return true;
 }
 
-// Reads a table file; false with the problem in words.
+const char *status_words(int32_t status) {
+    switch (status) {
+    case VORL_ERR_CHECKSUM: return "checksum wrong, the tuning table is damaged";
+    case VORL_ERR_VERSION: return "unsupported tuning-table version (expected 0x01030000)";
+    default: return "the library refused the tuning table";
+    }
+}
+
+// Reads a table file and makes the library's checks (size, checksum,
+// version); false with the problem in words.
 bool read_table_file(const char *path, st_vorl_tbl &t, char (&problem)[256]) {
     std::FILE *f = std::fopen(path, "rb");
     if (f == nullptr) {
@@ -95,15 +104,9 @@ bool read_table_file(const char *path, st_vorl_tbl &t, char (&problem)[256]) {
                       longer ? "+" : "", sizeof t);
         return false;
     }
-    return true;
-}
-
-const char *status_words(int32_t status) {
-    switch (status) {
-    case VORL_ERR_CHECKSUM: return "checksum wrong, the tuning table is damaged";
-    case VORL_ERR_VERSION: return "unsupported tuning-table version (expected 0x01030000)";
-    default: return "the library refused the tuning table";
-    }
+    const int32_t status = StreamRunner::check(t);
+    if (status != VORL_OK) std::snprintf(problem, sizeof problem, "%s", status_words(status));
+    return status == VORL_OK;
 }
 
 // Loads a table file into the runner (threads where blocking is allowed).
@@ -114,11 +117,7 @@ bool load_file(Plugin &p, const char *path) {
         std::fprintf(stderr, "vorl.lv2: %s: %s; keeping the previous table\n", path, problem);
         return false;
     }
-    const int32_t status = p.runner.load(t);
-    if (status != VORL_OK) {
-        std::fprintf(stderr, "vorl.lv2: %s: %s; keeping the previous table\n", path, status_words(status));
-        return false;
-    }
+    p.runner.load(t);
     copy_path(p.table_path, path, std::strlen(path));
     return true;
 }
@@ -236,6 +235,7 @@ void run(LV2_Handle h, uint32_t n) {
     c.af = word(control(p, kAf, 0), 1);
     c.wind = word(control(p, kWind, 0), 1);
     c.pulse = control(p, kPulse, 0) > 0.5f;
+    c.detect = control(p, kDetect, 0) > 0.5f;
     c.strength = control(p, kStrength, 1);
     if (p.ports[kInL] != nullptr && p.ports[kInR] != nullptr && p.ports[kOutL] != nullptr &&
         p.ports[kOutR] != nullptr)
@@ -255,11 +255,6 @@ LV2_Worker_Status work(LV2_Handle h, LV2_Worker_Respond_Function respond, LV2_Wo
     std::memset(&r, 0, sizeof r);
     copy_path(r.path, static_cast<const char *>(data), strnlen(static_cast<const char *>(data), size));
     r.ok = read_table_file(r.path, p.scratch, r.problem);
-    if (r.ok) {
-        const int32_t status = StreamRunner::check(p.scratch);
-        r.ok = status == VORL_OK;
-        if (!r.ok) std::snprintf(r.problem, sizeof r.problem, "%s", status_words(status));
-    }
     if (!r.ok) std::fprintf(stderr, "vorl.lv2: %s: %s; keeping the previous table\n", r.path, r.problem);
     const char token = 1;
     return respond(rh, sizeof token, &token);

@@ -12,9 +12,17 @@ def test_process_is_the_tools_output(demo, tmp_path):
     assert audio.dtype == np.int16 and audio.shape[1] == 2 and rate == 48000
     drive = vorl.read_drive(demo / "drive.txt")
 
-    run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse", "-q")
-    out = vorl.process(audio, drive, pulse=True)
+    run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse",
+             "--strength", "0.6", "-q")
+    out = vorl.process(audio, drive, pulse=True, strength=0.6)
     assert np.array_equal(out, vorl.read_audio(tmp_path / "tool.wav")[0])
+
+    # No drive state: the tool detects the drives, and so does vorl.detect.
+    run_tool("process", demo / "noisy.wav", tmp_path / "detected.wav", "--drive-out", tmp_path / "found.txt", "-q")
+    found = vorl.detect(audio)
+    assert np.array_equal(found, vorl.read_drive(tmp_path / "found.txt"))
+    assert found[:, 0].any()
+    assert np.array_equal(vorl.process(audio, found), vorl.read_audio(tmp_path / "detected.wav")[0])
 
     # Ranges in seconds, a table file and the DC cut, as the tool takes them.
     run_tool("table", "new", tmp_path / "t.tbl")

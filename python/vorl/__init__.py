@@ -27,12 +27,13 @@ __all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "process", "r
            "table_to_json", "table_from_json", "table_to_dict", "table_from_dict", "detect", "fit"]
 
 
-def process(audio, drive=None, table=None, pulse=False, dc_cut=False, gains=False):
+def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False):
     """Runs `audio` (int16, shape (frames, 2)) through the library as
     ``vorl process`` does and returns the time-aligned output, bit for bit
     the tool's. `drive`: drive words per block, shape (blocks, 3), columns
     zoom (0 idle, 1 zoom-in, 2 zoom-out), af, wind; blocks past its end are
-    idle. `table`: table bytes (default: the built-in table).
+    idle. `table`: table bytes (default: the built-in table). `pulse`,
+    `dc_cut` and `strength` are the tool's --pulse, --dc-cut and --strength.
 
     With gains=True also returns the suppression gain per block, shape
     (blocks, 2, 256) (channel, bin; bin k is k * rate / 512 Hz): gains[b] is
@@ -41,7 +42,7 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, gains=Fals
     audio = np.asarray(audio)
     if audio.dtype != np.int16:
         raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
-    return _vorl.process(audio, drive, table, pulse, dc_cut, gains)
+    return _vorl.process(audio, drive, table, pulse, dc_cut, strength, gains)
 
 
 def read_audio(path):
@@ -118,10 +119,16 @@ def table_from_dict(fields):
     return table_from_json(json.dumps(fields))
 
 
-def detect(audio, rate=48000):
-    """Drive words from the recording itself: pending (the drive detector is
-    not part of this build yet)."""
-    raise NotImplementedError("the drive detector is not available in this build yet")
+def detect(audio, table=None):
+    """Drive words from the recording itself, shape (blocks, 3), as
+    ``vorl process`` detects them when it is given no drive state: the
+    channel-difference detector over the whole take, short motor runs marked
+    as autofocus. A `table` with distinct "WT"/"TW" templates tells the
+    zoom direction; without one every zoom drive is 1."""
+    audio = np.asarray(audio)
+    if audio.dtype != np.int16:
+        raise Error("audio must be int16")
+    return _vorl.detect(audio, table)
 
 
 def fit(audio, drive, base=None, quick=False, rate=48000):

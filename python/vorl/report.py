@@ -56,9 +56,17 @@ def spectrogram_db(audio):
     return 10 * np.log10(np.maximum(power.T, 10 ** (FLOOR_DB / 10)))
 
 
-def drive_spans(drive, rate):
-    """(label, colour, [(start s, end s), ...]) for every kind of drive present."""
-    spans = []
+class DriveSpans(list):
+    """(label, colour, [(start s, end s), ...]) for every kind of drive
+    present, and what the legend calls them."""
+
+    def __init__(self, title):
+        super().__init__()
+        self.title = title
+
+
+def drive_spans(drive, rate, title="drive"):
+    spans = DriveSpans(title)
     seconds = vorl.BLOCK_FRAMES / rate
     for column, value, label, colour in DRIVES:
         on = drive[:, column] != 0 if value is None else drive[:, column] == value
@@ -78,7 +86,7 @@ def mark_drives(ax, spans, legend=True):
             ax.axvline(a, color=colour, lw=0.8, ls=":", alpha=0.8)
             ax.axvline(b, color=colour, lw=0.8, ls=":", alpha=0.8)
     if legend and spans:
-        ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title="drive", title_fontsize=8)
+        ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title=spans.title, title_fontsize=8)
 
 
 def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
@@ -86,13 +94,13 @@ def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
                      extent=(0, seconds, 0, top_khz), interpolation="nearest")
 
 
-def plot_spectrograms(plt, before, after, spans, seconds, rate, path, title):
+def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
     top = rate / 2000
     vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, sharey=True, constrained_layout=True)
-    for ax, values, name in ((axes[0], before, "input"), (axes[1], after, "output")):
+    for ax, values, title in ((axes[0], before, titles[0]), (axes[1], after, titles[1])):
         im = image(ax, values, seconds, top, vmax - 90, vmax)
-        ax.set_title(f"{name}: {title}")
+        ax.set_title(title)
         ax.set_ylabel("frequency (kHz)")
         mark_drives(ax, spans, legend=ax is axes[0])
     axes[1].set_xlabel("time (s)")
@@ -262,7 +270,8 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     noisy, rate = vorl.read_audio(noisy_path)
     table = vorl.read_table(table_path) if table_path else None
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
-    drive = vorl.read_drive(drive_path) if drive_path else np.zeros((0, 3), dtype=np.int64)
+    # Without a drive file the drives are detected, as vorl process does.
+    drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
     own, gains = vorl.process(noisy, drive, table, gains=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)
@@ -274,18 +283,20 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     words = np.zeros((blocks, 3), dtype=np.int64)
     rows = min(blocks, len(drive))
     words[:rows] = drive[:rows]
-    spans = drive_spans(words, rate)
+    spans = drive_spans(words, rate, "drive" if drive_path else "drive (detected)")
 
     os.makedirs(out_dir, exist_ok=True)
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
-    table_name = os.path.basename(table_path) if table_path else "built-in table"
+    table_name = f"table {os.path.basename(table_path)}" if table_path else "built-in table"
+    noisy_name = os.path.basename(str(noisy_path))
+    after_title = (f"output: {os.path.basename(str(processed_path))}" if processed_path
+                   else f"output: {noisy_name} processed here with the {table_name}")
     plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, len(noisy) / rate, rate,
-                      paths["spectrograms"],
-                      f"{os.path.basename(str(noisy_path))} ({table_name})")
+                      paths["spectrograms"], (f"input: {noisy_name}", after_title))
     plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
     plot_gain(plt, gains, words, spans, rate, paths["gain"])
     plot_table(plt, vorl.table_to_dict(table or vorl.default_table()), RATE_TUNED, paths["table"],
-               f"tuning table: {table_name}")
+               f"tuning table: {os.path.basename(table_path) if table_path else 'built-in'}")
     return paths
 
 
@@ -303,7 +314,8 @@ def main(argv=None):
     parser.add_argument("dir", metavar="DIR", help="folder for the PNG files (created if missing)")
     parser.add_argument("--processed", metavar="OUT",
                         help="the time-aligned output of vorl process (default: processed here)")
-    parser.add_argument("--drive", metavar="FILE", help="drive file, one \"zoom af wind\" line per block")
+    parser.add_argument("--drive", metavar="FILE",
+                        help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
     args = parser.parse_args(argv)
     try:

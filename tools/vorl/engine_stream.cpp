@@ -49,6 +49,7 @@ void EngineStream::run_chunk(bool at_end) {
         int16_t *block = chunk_in + 2 * k * kBlock;
         if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);
         session_.process(block, out_.data() + 2 * k * kBlock, drive_.at(blocks_, rate_));
+        if (after_block_) after_block_(blocks_);
     }
     // Output frame `produced_ + i` is input frame `produced_ + i - skip`.
     const int64_t skip = raw_ ? 0 : static_cast<int64_t>(kDelay);

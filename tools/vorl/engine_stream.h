@@ -30,6 +30,10 @@ public:
     // frames pushed, before the DC cut).
     void mix(double strength, Sink removed);
 
+    // Called after the library processed each block, with its index (for
+    // looking into the session's workspace, e.g. the gains).
+    void after_each_block(std::function<void(int64_t block)> hook) { after_block_ = std::move(hook); }
+
     void push(const int16_t *interleaved, std::size_t frames);  // any amount
     void finish();  // the input has ended
 
@@ -47,6 +51,7 @@ private:
     int rate_;
     bool dc_cut_, raw_;
     Sink sink_, removed_sink_;
+    std::function<void(int64_t)> after_block_;
     std::unique_ptr<RemovalMix> mix_;
     VORLDcCutState dc_{};
     // What the library was given, VORL_DELAY_FRAMES behind the current
