@@ -3,6 +3,7 @@
 // Decimation in time: bit reversal, one radix-2 pass, then real radix-4
 // stages of quarter length Q = 2, 8, 32, ...
 #include "fft_common.h"
+#include "rfft_paths.h"
 #include "vorl.h"
 
 namespace {
@@ -50,7 +51,11 @@ void butterfly_middle(float *x, int32_t q, float r) {
 
 }  // namespace
 
-extern "C" float *sound_vorl_rfft_sac(float *buf, int32_t n, const st_vorl_inst *inst) {
+float *vorl::fft::rfft(float *buf, int32_t n, const st_vorl_inst *inst, simd::Path path) {
+    if (const simd::Kernels *k = kernels_512(n, inst, path)) {
+        k->rfft512(buf, twiddles_512());
+        return buf;
+    }
     if (n >= 3) vorl::fft::bit_reverse(buf, n);
 
     int32_t rest = n;
@@ -79,4 +84,8 @@ extern "C" float *sound_vorl_rfft_sac(float *buf, int32_t n, const st_vorl_inst 
         ++seed;
     }
     return buf;
+}
+
+extern "C" float *sound_vorl_rfft_sac(float *buf, int32_t n, const st_vorl_inst *inst) {
+    return vorl::fft::rfft(buf, n, inst, vorl::simd::active_path());
 }

@@ -2,6 +2,7 @@
 // forward gives 512 x). Decimation in frequency, the mirror of the forward:
 // radix-4 stages Q = 128, 32, 8, 2, a radix-2 pass, then bit reversal.
 #include "fft_common.h"
+#include "rfft_paths.h"
 #include "vorl.h"
 
 namespace {
@@ -52,7 +53,11 @@ void butterfly_middle(float *x, int32_t q, float r) {
 
 }  // namespace
 
-extern "C" float *sound_vorl_irfft_sac(float *buf, int32_t n, const st_vorl_inst *inst) {
+float *vorl::fft::irfft(float *buf, int32_t n, const st_vorl_inst *inst, simd::Path path) {
+    if (const simd::Kernels *k = kernels_512(n, inst, path)) {
+        k->irfft512(buf, twiddles_512());
+        return buf;
+    }
     if (n != kLength) return buf;
     const float *seeds = inst->p_ifft_tbl;
     const float r = vorl::fft::middle_constant();
@@ -70,4 +75,8 @@ extern "C" float *sound_vorl_irfft_sac(float *buf, int32_t n, const st_vorl_inst
     vorl::fft::radix2_pass(buf, kLength);
     vorl::fft::bit_reverse(buf, kLength);
     return buf;
+}
+
+extern "C" float *sound_vorl_irfft_sac(float *buf, int32_t n, const st_vorl_inst *inst) {
+    return vorl::fft::irfft(buf, n, inst, vorl::simd::active_path());
 }

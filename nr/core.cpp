@@ -2,6 +2,9 @@
 // channel-difference power plus a background template), spectral-subtraction
 // gain with over-estimation, floor and time smoothing, equaliser, and the
 // accumulators the learning step refits the zoom-noise model from.
+#include <cstring>
+
+#include "core_paths.h"
 #include "engine_constants.h"
 #include "vorl.h"
 
@@ -15,19 +18,32 @@ using vorl::kTwoThirds;
 constexpr float kFrameScale = 0.001953125f;  // 1/512: total power to a per-frame level
 
 // Three-tap smoothing, neighbours outside 0..255 left out (no renormalisation).
-inline float smooth3(const float *q, int i) {
-    float v = q[i];
-    if (i >= 1) v = v + kTwoThirds * q[i - 1];
-    if (i + 1 < kBins) v = v + kTwoThirds * q[i + 1];
+// Bins below i come from done, bin i and above from ahead: a channel's
+// power spectrum is clamped bin by bin as the loop passes, so a bin's
+// smoothers see clamped powers below it and unclamped ones from it on.
+inline float smooth3(const float *done, const float *ahead, int i) {
+    float v = ahead[i];
+    if (i >= 1) v = v + kTwoThirds * done[i - 1];
+    if (i + 1 < kBins) v = v + kTwoThirds * ahead[i + 1];
     return v;
 }
 
 // Five-tap smoothing from the three-tap value.
-inline float smooth5(const float *q, int i, float three) {
+inline float smooth5(const float *done, const float *ahead, int i, float three) {
     float v = three;
-    if (i >= 2) v = v + kOneThird * q[i - 2];
-    if (i + 2 < kBins) v = v + kOneThird * q[i + 2];
+    if (i >= 2) v = v + kOneThird * done[i - 2];
+    if (i + 2 < kBins) v = v + kOneThird * ahead[i + 2];
     return v;
+}
+
+// Clamps a channel's powers in place (the caller keeps the unclamped ones)
+// and returns each bin's reciprocal.
+void clamp_and_invert(float *pow, float *recip, const st_vorl &p, vorl::simd::Path path) {
+    if (const vorl::simd::Kernels *k = vorl::simd::kernels(path)) {
+        k->recip(pow, recip, kBins, 2, p.div_search_tbl_f, p.div_init_value_tbl_f);
+        return;
+    }
+    for (int i = 0; i < kBins; ++i) recip[i] = sound_vorl_recip(&pow[i], 2, &p);
 }
 
 // Power spectra of both channels and of their difference; returns the total
@@ -125,7 +141,7 @@ inline void accumulate(st_vorl_ws *ws, const st_vorl &p, int i, const BinPowers 
 
 }  // namespace
 
-extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
+int32_t vorl::core(float *const *spec, st_vorl_inst *inst, simd::Path path) {
     st_vorl_ws *ws = inst->p_ws;
     const st_vorl &p = ws->st_vorl_work;
     const int channels = vorl::stage_channels(inst->ch_num_proc);
@@ -146,6 +162,13 @@ extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
                         ws->bgn_on};
     const float *zcomp = ws->p_zcomp;
 
+    float raw_pow[2][kBins];
+    float recips[2][kBins];
+    for (int ch = 0; ch < channels; ++ch) {
+        std::memcpy(raw_pow[ch], ws->pow_spec[ch], sizeof raw_pow[ch]);
+        clamp_and_invert(ws->pow_spec[ch], recips[ch], p, path);
+    }
+
     float eq = ws->eq_start;
     float bg_sum[2] = {0.0f, 0.0f};
     float coef_sum[2] = {0.0f, 0.0f};
@@ -157,14 +180,12 @@ extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
         const float eq_applied = eq > 0.0f ? eq : 0.0f;
 
         BinPowers s{{0.0f, 0.0f}, 0.0f, 0.0f, 0.0f};
-        s.d3 = smooth3(ws->diff_pow, i);
-        s.d5 = smooth5(ws->diff_pow, i, s.d3);
+        s.d3 = smooth3(ws->diff_pow, ws->diff_pow, i);
+        s.d5 = smooth5(ws->diff_pow, ws->diff_pow, i, s.d3);
         for (int ch = 0; ch < channels; ++ch) {
-            float *pow = ws->pow_spec[ch];
-            s.p3[ch] = smooth3(pow, i);
-            s.p5_sum += smooth5(pow, i, s.p3[ch]);
-            // The clamp is written back, so later bins smooth clamped powers.
-            const float recip = sound_vorl_recip(&pow[i], 2, &p);
+            s.p3[ch] = smooth3(ws->pow_spec[ch], raw_pow[ch], i);
+            s.p5_sum += smooth5(ws->pow_spec[ch], raw_pow[ch], i, s.p3[ch]);
+            const float recip = recips[ch][i];
             coef_sum[ch] += zcomp[ch * kBands + band];
             bg_sum[ch] += b.background[ch][group];
             const float noise = noise_estimate(b, i, coef_sum[ch], bg_sum[ch], ws->diff_pow[i]);
@@ -177,4 +198,8 @@ extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
     ws->level_acc += total_pow * kFrameScale;
     ws->ctrl_pow_acc += control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;
     return 0;
+}
+
+extern "C" int32_t sound_vorl_core_sac(float *const *spec, st_vorl_inst *inst) {
+    return vorl::core(spec, inst, vorl::simd::active_path());
 }

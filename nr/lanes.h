@@ -1,0 +1,98 @@
+// Lane types of the vector paths: a handful of float operations, each one
+// instruction, so a kernel written once on a lane type does in every lane
+// exactly what the scalar code does. The file that includes this header is
+// compiled for one instruction set (SSE2, AVX2 or NEON); everything here has
+// internal linkage so no copy built for one set can stand in for another.
+#pragma once
+
+#if defined(__SSE2__)
+#include <immintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+namespace {
+
+// One float: the scalar lane, for the leftovers of a vector loop.
+struct F1 {
+    static constexpr int kWidth = 1;
+    float v;
+    static F1 load(const float *p) { return {*p}; }
+    static void store(float *p, F1 a) { *p = a.v; }
+    static F1 set1(float x) { return {x}; }
+    static F1 reverse(F1 a) { return a; }
+    static F1 greater(F1 a, F1 b) { return {a.v > b.v ? 1.0f : 0.0f}; }
+    static F1 less_equal(F1 a, F1 b) { return {a.v <= b.v ? 1.0f : 0.0f}; }
+    static F1 select(F1 mask, F1 a, F1 b) { return mask.v != 0.0f ? a : b; }
+};
+inline F1 operator+(F1 a, F1 b) { return {a.v + b.v}; }
+inline F1 operator-(F1 a, F1 b) { return {a.v - b.v}; }
+inline F1 operator*(F1 a, F1 b) { return {a.v * b.v}; }
+
+#if defined(__SSE2__)
+struct F4 {
+    static constexpr int kWidth = 4;
+    __m128 v;
+    static F4 load(const float *p) { return {_mm_loadu_ps(p)}; }
+    static void store(float *p, F4 a) { _mm_storeu_ps(p, a.v); }
+    static F4 set1(float x) { return {_mm_set1_ps(x)}; }
+    static F4 reverse(F4 a) { return {_mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(0, 1, 2, 3))}; }
+    static F4 greater(F4 a, F4 b) { return {_mm_cmpgt_ps(a.v, b.v)}; }
+    static F4 less_equal(F4 a, F4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
+    static F4 select(F4 m, F4 a, F4 b) {
+        return {_mm_or_ps(_mm_and_ps(m.v, a.v), _mm_andnot_ps(m.v, b.v))};
+    }
+    // Rows r[0..3] become columns.
+    static void transpose(F4 *r) { _MM_TRANSPOSE4_PS(r[0].v, r[1].v, r[2].v, r[3].v); }
+};
+inline F4 operator+(F4 a, F4 b) { return {_mm_add_ps(a.v, b.v)}; }
+inline F4 operator-(F4 a, F4 b) { return {_mm_sub_ps(a.v, b.v)}; }
+inline F4 operator*(F4 a, F4 b) { return {_mm_mul_ps(a.v, b.v)}; }
+#elif defined(__ARM_NEON)
+struct F4 {
+    static constexpr int kWidth = 4;
+    float32x4_t v;
+    static F4 load(const float *p) { return {vld1q_f32(p)}; }
+    static void store(float *p, F4 a) { vst1q_f32(p, a.v); }
+    static F4 set1(float x) { return {vdupq_n_f32(x)}; }
+    static F4 reverse(F4 a) {
+        const float32x4_t r = vrev64q_f32(a.v);
+        return {vextq_f32(r, r, 2)};
+    }
+    static F4 greater(F4 a, F4 b) { return {vreinterpretq_f32_u32(vcgtq_f32(a.v, b.v))}; }
+    static F4 less_equal(F4 a, F4 b) { return {vreinterpretq_f32_u32(vcleq_f32(a.v, b.v))}; }
+    static F4 select(F4 m, F4 a, F4 b) { return {vbslq_f32(vreinterpretq_u32_f32(m.v), a.v, b.v)}; }
+    static void transpose(F4 *r) {
+        const float32x4x2_t t01 = vtrnq_f32(r[0].v, r[1].v);
+        const float32x4x2_t t23 = vtrnq_f32(r[2].v, r[3].v);
+        r[0].v = vcombine_f32(vget_low_f32(t01.val[0]), vget_low_f32(t23.val[0]));
+        r[1].v = vcombine_f32(vget_low_f32(t01.val[1]), vget_low_f32(t23.val[1]));
+        r[2].v = vcombine_f32(vget_high_f32(t01.val[0]), vget_high_f32(t23.val[0]));
+        r[3].v = vcombine_f32(vget_high_f32(t01.val[1]), vget_high_f32(t23.val[1]));
+    }
+};
+inline F4 operator+(F4 a, F4 b) { return {vaddq_f32(a.v, b.v)}; }
+inline F4 operator-(F4 a, F4 b) { return {vsubq_f32(a.v, b.v)}; }
+inline F4 operator*(F4 a, F4 b) { return {vmulq_f32(a.v, b.v)}; }
+#endif
+
+#if defined(__AVX2__)
+struct F8 {
+    static constexpr int kWidth = 8;
+    __m256 v;
+    static F8 load(const float *p) { return {_mm256_loadu_ps(p)}; }
+    static void store(float *p, F8 a) { _mm256_storeu_ps(p, a.v); }
+    static F8 set1(float x) { return {_mm256_set1_ps(x)}; }
+    static F8 reverse(F8 a) {
+        return {_mm256_permutevar8x32_ps(a.v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0))};
+    }
+    static F8 greater(F8 a, F8 b) { return {_mm256_cmp_ps(a.v, b.v, _CMP_GT_OQ)}; }
+    static F8 less_equal(F8 a, F8 b) { return {_mm256_cmp_ps(a.v, b.v, _CMP_LE_OQ)}; }
+    static F8 select(F8 m, F8 a, F8 b) { return {_mm256_blendv_ps(b.v, a.v, m.v)}; }
+};
+inline F8 operator+(F8 a, F8 b) { return {_mm256_add_ps(a.v, b.v)}; }
+inline F8 operator-(F8 a, F8 b) { return {_mm256_sub_ps(a.v, b.v)}; }
+inline F8 operator*(F8 a, F8 b) { return {_mm256_mul_ps(a.v, b.v)}; }
+#endif
+
+}  // namespace

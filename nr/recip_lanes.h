@@ -1,0 +1,48 @@
+// The table-seeded reciprocal (recip.cpp) on lane types, without branches:
+// the coarse group and the first matching threshold are found by selects,
+// so each lane takes exactly the scalar path's seed, clamp and Newton steps.
+// Included by one file per instruction set; internal linkage only.
+#pragma once
+
+#include <cstdint>
+
+#include "nr/lanes.h"
+
+namespace {
+
+// x[0..count-1] clamped in place; out[i] the reciprocal of the clamped x[i].
+template <class V>
+int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const float *s, const float *d) {
+    constexpr int kW = V::kWidth;
+    const V seven = V::set1(7.0f);
+    for (; i + kW <= count; i += kW) {
+        V v = V::load(x + i);
+        // Coarse group: k = 27, less 7 per threshold s[21], s[14], s[7] exceeded.
+        V k = V::set1(27.0f);
+        k = V::select(V::greater(v, V::set1(s[21])), k - seven, k);
+        k = V::select(V::greater(v, V::set1(s[14])), k - seven, k);
+        k = V::select(V::greater(v, V::set1(s[7])), k - seven, k);
+        v = V::select(V::greater(v, V::set1(s[0])), V::set1(s[0]), v);
+        v = V::select(V::less_equal(v, V::set1(s[27])), V::set1(s[27]), v);
+        V::store(x + i, v);
+        // First j in k-6 .. k-1 with v > s[j+1], else k: the last hit of a
+        // downward scan. The group's thresholds by k = 6, 13, 20 or 27.
+        V j = k;
+        for (int e = 5; e >= 0; --e) {
+            V t = V::set1(s[22 + e]);
+            t = V::select(V::greater(V::set1(23.5f), k), V::set1(s[15 + e]), t);
+            t = V::select(V::greater(V::set1(16.5f), k), V::set1(s[8 + e]), t);
+            t = V::select(V::greater(V::set1(9.5f), k), V::set1(s[1 + e]), t);
+            j = V::select(V::greater(v, t), k - V::set1(static_cast<float>(6 - e)), j);
+        }
+        float index[kW], seed[kW];
+        V::store(index, j);
+        for (int l = 0; l < kW; ++l) seed[l] = d[static_cast<int>(index[l])];
+        V y = V::load(seed);
+        for (int32_t n = 0; n < steps; ++n) y = (y + y) - y * (v * y);
+        V::store(out + i, y);
+    }
+    return i;
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+// Vector paths: which instruction set the engine's hot kernels run on. Each
+// path does in every lane exactly the scalar operations in the same order,
+// so all paths give the same bits; the choice only changes the speed.
+#pragma once
+
+#include <cstdint>
+
+#include "fft/twiddle_table.h"
+
+namespace vorl::simd {
+
+enum class Path : uint8_t { kScalar, kSse2, kAvx2, kNeon };
+
+struct Kernels {
+    // 512-point transforms as sound_vorl_rfft_sac / sound_vorl_irfft_sac
+    // with the library's seeds.
+    void (*rfft512)(float *x, const fft::TwiddleTable &t);
+    void (*irfft512)(float *x, const fft::TwiddleTable &t);
+    // sound_vorl_recip over x[0..count-1]: clamps x in place, reciprocals
+    // to out.
+    void (*recip)(float *x, float *out, int count, int32_t steps, const float *search,
+                  const float *seed);
+};
+
+// The path in use: chosen once, the widest the processor has, unless the
+// environment variable VORL_SIMD names another available one (scalar, sse2,
+// avx2, neon).
+Path active_path();
+bool path_available(Path p);
+// The kernels of a vector path; nullptr for the scalar path or one this
+// build or processor lacks.
+const Kernels *kernels(Path p);
+const char *path_name(Path p);
+
+}  // namespace vorl::simd
