@@ -153,7 +153,7 @@ void long_stage(float *x, int q, const float (*w)[64], float r) {
             blk[i * q + h] = m[i].v;
         }
         int k = butterflies_k<Wide, kForward>(blk, q, 1, h, w);
-        if (Wide::kWidth > 4) k = butterflies_k<F4, kForward>(blk, q, k, h, w);
+        if constexpr (Wide::kWidth > 4) k = butterflies_k<F4, kForward>(blk, q, k, h, w);
         butterflies_k<F1, kForward>(blk, q, k, h, w);
     }
 }

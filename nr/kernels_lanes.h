@@ -4,6 +4,7 @@
 #pragma once
 
 #include "fft/rfft512_lanes.h"
+#include "nr/core_lanes.h"
 #include "nr/recip_lanes.h"
 #include "nr/simd_path.h"
 
@@ -12,13 +13,14 @@ namespace {
 template <class Wide>
 void recip_all(float *x, float *out, int count, int32_t steps, const float *s, const float *d) {
     int i = recip_lanes<Wide>(x, out, 0, count, steps, s, d);
-    if (Wide::kWidth > 4) i = recip_lanes<F4>(x, out, i, count, steps, s, d);
+    if constexpr (Wide::kWidth > 4) i = recip_lanes<F4>(x, out, i, count, steps, s, d);
     recip_lanes<F1>(x, out, i, count, steps, s, d);
 }
 
 template <class Wide>
 constexpr vorl::simd::Kernels lane_kernels() {
-    return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, recip_all<Wide>};
+    return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, recip_all<Wide>,
+            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>};
 }
 
 }  // namespace

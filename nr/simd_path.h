@@ -11,6 +11,16 @@ namespace vorl::simd {
 
 enum class Path : uint8_t { kScalar, kSse2, kAvx2, kNeon };
 
+// Per-bin inputs of one channel's gains (arrays of 256), as the core
+// prepares them: coefficient sum or its replacement, background sum taken
+// as max(sum, 0), difference power, reciprocal of the clamped power,
+// over-estimation, 1 for processed bins (0 outside), and block values.
+struct GainInputs {
+    const float *zoom_coef, *background, *diff_pow, *recip, *over_est, *processed;
+    float bias, floor, smooth, keep;
+    bool zoom_on, background_on;
+};
+
 struct Kernels {
     // 512-point transforms as sound_vorl_rfft_sac / sound_vorl_irfft_sac
     // with the library's seeds.
@@ -20,6 +30,11 @@ struct Kernels {
     // to out.
     void (*recip)(float *x, float *out, int count, int32_t steps, const float *search,
                   const float *seed);
+    // Core: powers of both channels and their difference; smoothed gains
+    // into gain_prev; spectrum x scaled by eq and gain per bin.
+    void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
+    void (*gains)(const GainInputs &in, float *gain_prev);
+    void (*apply)(float *x, const float *eq, const float *gain);
 };
 
 // The path in use: chosen once, the widest the processor has, unless the

@@ -1,0 +1,106 @@
+// The core's per-bin work on lane types: power spectra, gains with their
+// time smoothing, and the spectrum scaling. Each lane does exactly the
+// scalar core's operations for its bin; the running sums over bins
+// (equaliser, coefficient and background sums, band counter) are formed
+// beforehand, in bin order, into per-bin arrays. Included by core.cpp (the
+// scalar lane) and by one file per instruction set; internal linkage only.
+#pragma once
+
+#include "nr/lanes.h"
+#include "nr/simd_path.h"
+
+namespace {
+
+constexpr int kSpectrumBins = 256;
+
+// Mirrored run x[512-i-W+1 .. 512-i] in lane order i .. i+W-1.
+template <class V>
+inline float *mirror(float *x, int i) {
+    return x + 512 - i - V::kWidth + 1;
+}
+template <class V>
+inline const float *mirror(const float *x, int i) {
+    return x + 512 - i - V::kWidth + 1;
+}
+
+// Powers of bins i.. of both channels and of their difference (bins >= 1).
+template <class V>
+int power_lanes(const float *l, const float *r, float *pl, float *pr, float *pd, int i) {
+    for (; i + V::kWidth <= kSpectrumBins; i += V::kWidth) {
+        const V lre = V::load(l + i), rre = V::load(r + i);
+        const V lim = V::reverse(V::load(mirror<V>(l, i))), rim = V::reverse(V::load(mirror<V>(r, i)));
+        V a = lre * lre;
+        V b = rre * rre;
+        const V dre = lre - rre;
+        V d = dre * dre;
+        a = a + lim * lim;
+        b = b + rim * rim;
+        const V dim = lim - rim;
+        d = d + dim * dim;
+        V::store(pl + i, a);
+        V::store(pr + i, b);
+        V::store(pd + i, d);
+    }
+    return i;
+}
+
+// Smoothed gains of bins i.. of one channel, written to gain_prev.
+template <class V>
+int gain_lanes(const vorl::simd::GainInputs &g, float *gain_prev, int i) {
+    const V zero = V::set1(0.0f), one = V::set1(1.0f), half = V::set1(0.5f);
+    const V bias = V::set1(g.bias), floor = V::set1(g.floor);
+    const V smooth = V::set1(g.smooth), keep = V::set1(g.keep);
+    for (; i + V::kWidth <= kSpectrumBins; i += V::kWidth) {
+        const V raw = V::load(g.zoom_coef + i) * (V::load(g.diff_pow + i) * bias);
+        V noise = g.zoom_on ? V::select(V::greater(raw, zero), raw, zero) : zero;
+        if (g.background_on) noise = noise + V::load(g.background + i);
+        V ratio = V::load(g.recip + i) * noise;
+        ratio = ratio * V::load(g.over_est + i);
+        const V processed = V::greater(V::load(g.processed + i), half);
+        const V raw_gain = V::select(processed, one - ratio, one);
+        const V gain = V::select(V::less_equal(raw_gain, floor), floor, raw_gain);
+        V::store(gain_prev + i, smooth * V::load(gain_prev + i) + keep * gain);
+    }
+    return i;
+}
+
+// Both parts of bins i.. (>= 1) scaled by equaliser and gain.
+template <class V>
+int apply_lanes(float *x, const float *eq, const float *gain, int i) {
+    for (; i + V::kWidth <= kSpectrumBins; i += V::kWidth) {
+        const V e = V::load(eq + i), gn = V::load(gain + i);
+        V::store(x + i, (V::load(x + i) * e) * gn);
+        float *im = mirror<V>(x, i);
+        V::store(im, V::reverse((V::reverse(V::load(im)) * e) * gn));
+    }
+    return i;
+}
+
+// Whole-spectrum kernels: the widest lanes, then four, then one.
+template <class Wide>
+void powers_all(const float *l, const float *r, float *pl, float *pr, float *pd) {
+    pl[0] = l[0] * l[0];  // bin 0 is real; the Nyquist element does not enter
+    pr[0] = r[0] * r[0];
+    const float d0 = l[0] - r[0];
+    pd[0] = d0 * d0;
+    int i = power_lanes<Wide>(l, r, pl, pr, pd, 1);
+    if constexpr (Wide::kWidth > 4) i = power_lanes<F4>(l, r, pl, pr, pd, i);
+    power_lanes<F1>(l, r, pl, pr, pd, i);
+}
+
+template <class Wide>
+void gains_all(const vorl::simd::GainInputs &g, float *gain_prev) {
+    const int i = gain_lanes<Wide>(g, gain_prev, 0);  // 256 bins: whole steps
+    gain_lanes<F1>(g, gain_prev, i);
+}
+
+template <class Wide>
+void apply_all(float *x, const float *eq, const float *gain) {
+    x[0] = (x[0] * eq[0]) * gain[0];  // bin 0 pairs DC with Nyquist
+    x[256] = (x[256] * eq[0]) * gain[0];
+    int i = apply_lanes<Wide>(x, eq, gain, 1);
+    if constexpr (Wide::kWidth > 4) i = apply_lanes<F4>(x, eq, gain, i);
+    apply_lanes<F1>(x, eq, gain, i);
+}
+
+}  // namespace
