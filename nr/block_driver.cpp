@@ -4,7 +4,9 @@
 // synthesis, and adapts the noise bias to the measured control-band power.
 #include <cstring>
 
+#include "core_paths.h"
 #include "engine_constants.h"
+#include "fft/rfft_paths.h"
 #include "stages.h"
 #include "vorl.h"
 
@@ -135,7 +137,7 @@ void control_step(st_vorl_ws *ws) {
 
 }  // namespace
 
-extern "C" void sound_vorl(const int16_t *ring, int16_t *out, st_vorl_inst *inst) {
+void vorl::run_block(const int16_t *ring, int16_t *out, st_vorl_inst *inst, simd::Path path) {
     st_vorl_ws *ws = inst->p_ws;
     const uint32_t zoom = inst->zoom_state & 0xFFu;
 
@@ -146,17 +148,21 @@ extern "C" void sound_vorl(const int16_t *ring, int16_t *out, st_vorl_inst *inst
     count_down(ws->ctrl_cnt);
 
     float *const frames[2] = {inst->p_frame[0], inst->p_frame[1]};
-    vorl::analyse(frames[0], frames[1], ring, inst->ch_offset, inst->p_sin_win_tbl);
-    const int channels = vorl::stage_channels(static_cast<int32_t>(inst->ch_num));
+    analyse(frames[0], frames[1], ring, inst->ch_offset, inst->p_sin_win_tbl, path);
+    const int channels = stage_channels(static_cast<int32_t>(inst->ch_num));
     const auto n = static_cast<int32_t>(inst->frame_size);
-    for (int c = 0; c < channels; ++c) sound_vorl_rfft_sac(frames[c], n, inst);
-    sound_vorl_core_sac(frames, inst);
+    for (int c = 0; c < channels; ++c) fft::rfft(frames[c], n, inst, path);
+    core(frames, inst, path);
     sound_vorl_core_post_sac(inst);
-    for (int c = 0; c < channels; ++c) sound_vorl_irfft_sac(frames[c], n, inst);
-    sound_vorl_post_sac(frames[0], frames[1], out, inst);
+    for (int c = 0; c < channels; ++c) fft::irfft(frames[c], n, inst, path);
+    synthesise(frames[0], frames[1], out, inst->p_scale_sin_win_tbl, path);
 
     ws->zoom_blk_sum += zoom;
     if (ws->ctrl_cnt == 0) control_step(ws);
     ws->zoom_prev = inst->zoom_state;
     ws->eq_on_prev = ws->eq_on;
+}
+
+extern "C" void sound_vorl(const int16_t *ring, int16_t *out, st_vorl_inst *inst) {
+    vorl::run_block(ring, out, inst, vorl::simd::active_path());
 }

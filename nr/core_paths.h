@@ -1,5 +1,6 @@
-// The suppression core on a chosen path (sound_vorl_core_sac takes the
-// active one); tests compare every path with the scalar one.
+// The suppression core and the whole block on a chosen path
+// (sound_vorl_core_sac and sound_vorl take the active one); tests compare
+// every path with the scalar one.
 #pragma once
 
 #include <cstdint>
@@ -10,5 +11,6 @@
 namespace vorl {
 
 int32_t core(float *const *spec, st_vorl_inst *inst, simd::Path path);
+void run_block(const int16_t *ring, int16_t *out, st_vorl_inst *inst, simd::Path path);
 
 }  // namespace vorl

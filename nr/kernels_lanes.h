@@ -7,6 +7,7 @@
 #include "nr/core_lanes.h"
 #include "nr/recip_lanes.h"
 #include "nr/simd_path.h"
+#include "nr/stage_lanes.h"
 
 namespace {
 
@@ -20,7 +21,8 @@ void recip_all(float *x, float *out, int count, int32_t steps, const float *s, c
 template <class Wide>
 constexpr vorl::simd::Kernels lane_kernels() {
     return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, recip_all<Wide>,
-            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>};
+            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,
+            analyse_lanes<Wide>, round_lanes<Wide>};
 }
 
 }  // namespace

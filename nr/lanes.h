@@ -5,6 +5,8 @@
 // internal linkage so no copy built for one set can stand in for another.
 #pragma once
 
+#include <cstdint>
+
 #if defined(__SSE2__)
 #include <immintrin.h>
 #elif defined(__ARM_NEON)
@@ -24,6 +26,11 @@ struct F1 {
     static F1 greater(F1 a, F1 b) { return {a.v > b.v ? 1.0f : 0.0f}; }
     static F1 less_equal(F1 a, F1 b) { return {a.v <= b.v ? 1.0f : 0.0f}; }
     static F1 select(F1 mask, F1 a, F1 b) { return mask.v != 0.0f ? a : b; }
+    static F1 from_int16(const int16_t *p) { return {static_cast<float>(*p)}; }
+    // Truncation toward zero of values inside the 32-bit range.
+    static void truncate_to(int32_t *p, F1 a) { *p = static_cast<int32_t>(a.v); }
+    // table[index], index a whole number inside the table.
+    static F1 lookup(const float *table, F1 index) { return {table[static_cast<int>(index.v)]}; }
 };
 inline F1 operator+(F1 a, F1 b) { return {a.v + b.v}; }
 inline F1 operator-(F1 a, F1 b) { return {a.v - b.v}; }
@@ -41,6 +48,18 @@ struct F4 {
     static F4 less_equal(F4 a, F4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
     static F4 select(F4 m, F4 a, F4 b) {
         return {_mm_or_ps(_mm_and_ps(m.v, a.v), _mm_andnot_ps(m.v, b.v))};
+    }
+    static F4 from_int16(const int16_t *p) {
+        const __m128i h = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p));
+        return {_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(h, h), 16))};
+    }
+    static void truncate_to(int32_t *p, F4 a) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm_cvttps_epi32(a.v));
+    }
+    static F4 lookup(const float *table, F4 index) {
+        alignas(16) int32_t i[4];
+        truncate_to(i, index);
+        return {_mm_setr_ps(table[i[0]], table[i[1]], table[i[2]], table[i[3]])};
     }
     // Rows r[0..3] become columns.
     static void transpose(F4 *r) { _MM_TRANSPOSE4_PS(r[0].v, r[1].v, r[2].v, r[3].v); }
@@ -62,6 +81,14 @@ struct F4 {
     static F4 greater(F4 a, F4 b) { return {vreinterpretq_f32_u32(vcgtq_f32(a.v, b.v))}; }
     static F4 less_equal(F4 a, F4 b) { return {vreinterpretq_f32_u32(vcleq_f32(a.v, b.v))}; }
     static F4 select(F4 m, F4 a, F4 b) { return {vbslq_f32(vreinterpretq_u32_f32(m.v), a.v, b.v)}; }
+    static F4 from_int16(const int16_t *p) { return {vcvtq_f32_s32(vmovl_s16(vld1_s16(p)))}; }
+    static void truncate_to(int32_t *p, F4 a) { vst1q_s32(p, vcvtq_s32_f32(a.v)); }
+    static F4 lookup(const float *table, F4 index) {
+        int32_t i[4];
+        truncate_to(i, index);
+        const float g[4] = {table[i[0]], table[i[1]], table[i[2]], table[i[3]]};
+        return load(g);
+    }
     static void transpose(F4 *r) {
         const float32x4x2_t t01 = vtrnq_f32(r[0].v, r[1].v);
         const float32x4x2_t t23 = vtrnq_f32(r[2].v, r[3].v);
@@ -89,6 +116,16 @@ struct F8 {
     static F8 greater(F8 a, F8 b) { return {_mm256_cmp_ps(a.v, b.v, _CMP_GT_OQ)}; }
     static F8 less_equal(F8 a, F8 b) { return {_mm256_cmp_ps(a.v, b.v, _CMP_LE_OQ)}; }
     static F8 select(F8 m, F8 a, F8 b) { return {_mm256_blendv_ps(b.v, a.v, m.v)}; }
+    static F8 from_int16(const int16_t *p) {
+        const __m128i h = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        return {_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(h))};
+    }
+    static void truncate_to(int32_t *p, F8 a) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm256_cvttps_epi32(a.v));
+    }
+    static F8 lookup(const float *table, F8 index) {
+        return {_mm256_i32gather_ps(table, _mm256_cvttps_epi32(index.v), 4)};
+    }
 };
 inline F8 operator+(F8 a, F8 b) { return {_mm256_add_ps(a.v, b.v)}; }
 inline F8 operator-(F8 a, F8 b) { return {_mm256_sub_ps(a.v, b.v)}; }

@@ -13,9 +13,8 @@ namespace {
 // x[0..count-1] clamped in place; out[i] the reciprocal of the clamped x[i].
 template <class V>
 int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const float *s, const float *d) {
-    constexpr int kW = V::kWidth;
     const V seven = V::set1(7.0f);
-    for (; i + kW <= count; i += kW) {
+    for (; i + V::kWidth <= count; i += V::kWidth) {
         V v = V::load(x + i);
         // Coarse group: k = 27, less 7 per threshold s[21], s[14], s[7] exceeded.
         V k = V::set1(27.0f);
@@ -35,10 +34,7 @@ int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const flo
             t = V::select(V::greater(V::set1(9.5f), k), V::set1(s[1 + e]), t);
             j = V::select(V::greater(v, t), k - V::set1(static_cast<float>(6 - e)), j);
         }
-        float index[kW], seed[kW];
-        V::store(index, j);
-        for (int l = 0; l < kW; ++l) seed[l] = d[static_cast<int>(index[l])];
-        V y = V::load(seed);
+        V y = V::lookup(d, j);
         for (int32_t n = 0; n < steps; ++n) y = (y + y) - y * (v * y);
         V::store(out + i, y);
     }

@@ -35,6 +35,10 @@ struct Kernels {
     void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
     void (*gains)(const GainInputs &in, float *gain_prev);
     void (*apply)(float *x, const float *eq, const float *gain);
+    // Stages: one channel's analysis frame from its ring and the window's
+    // rising half; one frame's synthesis values rounded to whole numbers.
+    void (*analyse)(const int16_t *ring, const float *half, float *frame);
+    void (*round)(const float *frame, const float *half, int32_t *rounded);
 };
 
 // The path in use: chosen once, the widest the processor has, unless the

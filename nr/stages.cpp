@@ -6,47 +6,44 @@
 
 #include <cstdint>
 
+#include "stage_lanes.h"
 #include "vorl.h"
 
 namespace {
 
-// Window over a frame from its rising half: symmetric about sample 256.
-inline float window_at(const float *half, int t) { return t <= 256 ? half[t] : half[512 - t]; }
-
-// Truncation toward zero, saturating at the 32-bit range; NaN gives 0.
-inline int32_t truncate_saturating(float v) {
-    if (!(v == v)) return 0;
-    if (v >= 2147483648.0f) return INT32_MAX;
-    if (v < -2147483648.0f) return INT32_MIN;
-    return static_cast<int32_t>(v);
-}
-
-// Rounds half away from zero by adding or subtracting 0.5 in single
-// precision, then adds the pending overlap value and saturates on the side
-// of y's sign; the sum is formed in 64 bits.
-inline int16_t synthesize(float y, int32_t pending) {
-    if (y >= 0.0f) {
-        const int64_t s = static_cast<int64_t>(pending) + truncate_saturating(y + 0.5f);
-        return static_cast<int16_t>(s > 32767 ? 32767 : s);
-    }
-    if (y < 0.0f) {
-        const int64_t s = static_cast<int64_t>(pending) + truncate_saturating(y - 0.5f);
-        return static_cast<int16_t>(s < -32768 ? -32768 : s);
-    }
-    return static_cast<int16_t>(pending);  // NaN contributes nothing
+// Adds the pending overlap value to a rounded synthesis value (rounded half
+// away from zero, 0 for NaN; see round_lanes) and saturates to 16 bits. The
+// sum is formed wider, so a rounded value beyond the 32-bit range
+// saturates like one just beyond 16 bits.
+inline int16_t overlap_add(int32_t rounded, int32_t pending) {
+    const int32_t s = pending + rounded;
+    return static_cast<int16_t>(s > 32767 ? 32767 : s < -32768 ? -32768 : s);
 }
 
 }  // namespace
 
 namespace vorl {
 
-void analyse(float *frame0, float *frame1, const int16_t *ring, uint32_t ch_offset,
-             const float *window) {
-    const int16_t *ring1 = ring + ch_offset;
-    for (int t = 0; t < 512; ++t) {
-        const float w = window_at(window, t);
-        frame0[t] = static_cast<float>(ring[t]) * w;
-        frame1[t] = static_cast<float>(ring1[t]) * w;
+void analyse(float *frame0, float *frame1, const int16_t *ring, uint32_t ch_offset, const float *window,
+             simd::Path path) {
+    const simd::Kernels *k = simd::kernels(path);
+    const auto run = k != nullptr ? k->analyse : analyse_lanes<F1>;
+    run(ring, window, frame0);
+    run(ring + ch_offset, window, frame1);
+}
+
+void synthesise(const float *frame0, const float *frame1, int16_t *out, const float *window,
+                simd::Path path) {
+    const simd::Kernels *k = simd::kernels(path);
+    const auto round = k != nullptr ? k->round : round_lanes<F1>;
+    const float *frames[2] = {frame0, frame1};
+    for (int c = 0; c < 2; ++c) {
+        int32_t rounded[512];
+        round(frames[c], window, rounded);
+        for (int t = 0; t < 256; ++t)  // completes the pending half
+            out[2 * t + c] = overlap_add(rounded[t], out[2 * t + c]);
+        for (int t = 256; t < 512; ++t)  // starts the next block's half
+            out[2 * t + c] = overlap_add(rounded[t], 0);
     }
 }
 
@@ -56,20 +53,12 @@ extern "C" {
 
 void sound_vorl_pre_sac(float *frame0, float *frame1, const int16_t *ring,
                         const st_vorl_inst *inst) {
-    vorl::analyse(frame0, frame1, ring, inst->ch_offset, inst->p_sin_win_tbl);
+    vorl::analyse(frame0, frame1, ring, inst->ch_offset, inst->p_sin_win_tbl, vorl::simd::active_path());
 }
 
 void sound_vorl_post_sac(const float *frame0, const float *frame1, int16_t *out,
                          const st_vorl_inst *inst) {
-    const float *window = inst->p_scale_sin_win_tbl;
-    const float *frames[2] = {frame0, frame1};
-    for (int c = 0; c < 2; ++c) {
-        const float *frame = frames[c];
-        for (int t = 0; t < 256; ++t)  // completes the pending half
-            out[2 * t + c] = synthesize(frame[t] * window_at(window, t), out[2 * t + c]);
-        for (int t = 256; t < 512; ++t)  // starts the next block's half
-            out[2 * t + c] = synthesize(frame[t] * window_at(window, t), 0);
-    }
+    vorl::synthesise(frame0, frame1, out, inst->p_scale_sin_win_tbl, vorl::simd::active_path());
 }
 
 }  // extern "C"

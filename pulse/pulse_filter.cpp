@@ -118,15 +118,13 @@ int32_t sound_pulse_filter_sac(const int16_t * /*in*/, int16_t *x, int32_t ch, s
 
     // Newest block: differences, peak and the scaling shift of the squares.
     uint32_t peak = 0;
-    int max_bits = 0;
     for (int j = 0; j < kDiffs; ++j) {
         const int32_t d = x[769 + j] - x[768 + j];
         const auto ad = static_cast<uint32_t>(d < 0 ? -d : d);
         hist[512 + j] = static_cast<uint16_t>(ad);
-        if (ad > peak) peak = ad;
-        const int bits = bit_length(ad);
-        if (bits > max_bits) max_bits = bits;
+        peak = ad > peak ? ad : peak;
     }
+    const int max_bits = bit_length(peak);  // the largest bit length is the peak's
     const int shift = max_bits >= 11 ? max_bits - 10 : 0;
     uint32_t abs_sum = 0, sq_sum = 0;
     for (int j = 0; j < kDiffs; ++j) {

@@ -13,6 +13,7 @@
 #include "fft/fft_common.h"
 #include "fft/rfft_paths.h"
 #include "nr/core_paths.h"
+#include "nr/stages.h"
 #include "table_builder.h"
 #include "testkit.h"
 
@@ -49,6 +50,8 @@ float wild_float(vorl::testkit::Noise &noise) {
         case 1: return std::numeric_limits<float>::infinity();
         case 2: return 0.0f;
         case 3: return -1e-40f;
+        case 4: return -3.0e9f;
+        case 5: return 3.0e9f;
         default: return noise.uniform() * std::ldexp(1.0f, static_cast<int>(r >> 8) % 60 - 30);
     }
 }
@@ -140,6 +143,30 @@ TEST(SimdPaths, CoreMatchesTheScalarPath) {
             EXPECT_EQ(std::memcmp(a.ws.zspec_acc, b.ws.zspec_acc, sizeof a.ws.zspec_acc), 0);
             EXPECT_EQ(std::memcmp(a.ws.band_acc, b.ws.band_acc, sizeof a.ws.band_acc), 0);
             EXPECT_TRUE(same_bits(a.ws.level_acc, b.ws.level_acc) && same_bits(a.ws.ctrl_pow_acc, b.ws.ctrl_pow_acc));
+        }
+    }
+}
+
+TEST(SimdPaths, AnalysisAndSynthesisMatchTheScalarPath) {
+    vorl::testkit::Noise noise(5);
+    for (Path path : vector_paths()) {
+        for (int trial = 0; trial < 8; ++trial) {
+            std::vector<int16_t> ring(1024 + 512), pending(1024);
+            for (int16_t &v : ring) v = static_cast<int16_t>(noise.next());
+            for (int16_t &v : pending) v = static_cast<int16_t>(noise.next());
+            std::vector<float> f[4];
+            for (auto &frame : f) frame.assign(512, 0.0f);
+            vorl::analyse(f[0].data(), f[1].data(), ring.data(), 1024, sin_win_tbl, Path::kScalar);
+            vorl::analyse(f[2].data(), f[3].data(), ring.data(), 1024, sin_win_tbl, path);
+            ASSERT_TRUE(same_values(f[0], f[2]) && same_values(f[1], f[3])) << vorl::simd::path_name(path);
+
+            // Frames at output scale, with values beyond 16 and 32 bits, NaN and infinities.
+            for (auto &frame : f)
+                for (float &v : frame) v = trial % 2 ? wild_float(noise) : noise.uniform() * 600.0f;
+            std::vector<int16_t> out_scalar = pending, out_vec = pending;
+            vorl::synthesise(f[0].data(), f[1].data(), out_scalar.data(), scale_sin_win_tbl, Path::kScalar);
+            vorl::synthesise(f[0].data(), f[1].data(), out_vec.data(), scale_sin_win_tbl, path);
+            ASSERT_EQ(out_scalar, out_vec) << vorl::simd::path_name(path);
         }
     }
 }
