@@ -1,12 +1,20 @@
 // One forward plus one inverse 512-point real transform: the library's own
-// transform beside FFTW (measured plan) and KissFFT, so the ratio is visible.
+// transform on each of its paths beside FFTW (measured plan) and KissFFT,
+// in the same run; afterwards each path's time is printed as a multiple of
+// the peers'.
+//
+//   build/bench/bench_fft
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 #include <kiss_fftr.h>
 
 #include <cmath>
+#include <cstdio>
+#include <map>
+#include <string>
 #include <vector>
 
+#include "fft/rfft_paths.h"
 #include "vorl.h"
 
 namespace {
@@ -20,17 +28,23 @@ std::vector<float> test_frame() {
 }
 
 void BM_vorl_rfft_pair(benchmark::State &state) {
+    const auto path = static_cast<vorl::simd::Path>(state.range(0));
+    if (!vorl::simd::path_available(path)) {
+        state.SkipWithError("path not available here");
+        return;
+    }
     st_vorl_inst inst{};
     inst.p_ifft_tbl = IFFT_radix4_time_addition_theorem_wr_wi_2048;
     std::vector<float> x = test_frame();
     for (auto _ : state) {
-        sound_vorl_rfft_sac(x.data(), kN, &inst);
-        sound_vorl_irfft_sac(x.data(), kN, &inst);
+        vorl::fft::rfft(x.data(), kN, &inst, path);
+        vorl::fft::irfft(x.data(), kN, &inst, path);
         for (float &v : x) v *= 1.0f / kN;  // keep the values bounded, as the others do
         benchmark::DoNotOptimize(x.data());
     }
+    state.SetLabel(vorl::simd::path_name(path));
 }
-BENCHMARK(BM_vorl_rfft_pair);
+BENCHMARK(BM_vorl_rfft_pair)->DenseRange(0, 3)->ArgName("path");
 
 void BM_fftw_r2c_c2r_pair(benchmark::State &state) {
     float *x = fftwf_alloc_real(kN);
@@ -68,4 +82,35 @@ void BM_kissfft_pair(benchmark::State &state) {
 }
 BENCHMARK(BM_kissfft_pair);
 
+// Console output, then each library path's time as a multiple of the peers'.
+class RatioReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        for (const Run &r : runs)
+            if (!r.error_occurred) cpu_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+        ConsoleReporter::ReportRuns(runs);
+    }
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        for (int p = 0; p < 4; ++p) {
+            const std::string lib = "BM_vorl_rfft_pair/path:" + std::to_string(p);
+            if (!cpu_.count(lib)) continue;
+            std::printf("libvorl %-6s pair: %.2fx FFTW's time, %.2fx KissFFT's (CPU time)\n",
+                        vorl::simd::path_name(static_cast<vorl::simd::Path>(p)),
+                        cpu_[lib] / cpu_["BM_fftw_r2c_c2r_pair"], cpu_[lib] / cpu_["BM_kissfft_pair"]);
+        }
+    }
+
+  private:
+    std::map<std::string, double> cpu_;
+};
+
 }  // namespace
+
+int main(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

@@ -47,61 +47,53 @@ void clamp_and_invert(float *pow, float *recip, const st_vorl &p, const vorl::si
     for (int i = 0; i < kBins; ++i) recip[i] = sound_vorl_recip(&pow[i], 2, &p);
 }
 
-// Power spectra of both channels and of their difference; returns the total
-// power of both channels and stores the control-band difference power.
-float measure_powers(const float *l, const float *r, st_vorl_ws *ws, float *control_pow,
-                     const vorl::simd::Kernels *k) {
-    (k != nullptr ? k->powers : powers_all<F1>)(l, r, ws->pow_spec[0], ws->pow_spec[1], ws->diff_pow);
-    const st_vorlc &pc = ws->st_vorlc_work;
-    float total = 0.0f;
-    float control = 0.0f;
-    for (int i = 0; i < kBins; ++i) {
-        total = (total + ws->pow_spec[0][i]) + ws->pow_spec[1][i];
-        if (pc.nr_ctrl_freq_sp <= i && i <= pc.nr_ctrl_freq_ep) control = control + ws->diff_pow[i];
-    }
-    *control_pow = control;
-    return total;
-}
-
-// The running values over bins, formed in bin order: the equaliser, the
-// band counter (a malformed band list holds it at the last band), and the
-// bin ranges of over-estimation and processing.
+// The running values over bins, formed in bin order in one pass so that
+// their serial sums overlap: total and control-band power, the equaliser,
+// the band counter (a malformed band list holds it at the last band), each
+// channel's zoom-motor coefficient (the running sum of its bands'
+// increments, or the replacement value above zspec_comp_max_freq) and
+// background (the template's running sum, max(., 0)), and the bin ranges
+// of over-estimation and processing.
 struct BinRuns {
-    float eq[kBins];         // equaliser, max(eq, 0)
-    float over_est[kBins];   // with wind below wind_nr_proc_freq
-    float processed[kBins];  // 1 inside nr_proc_min_freq_bin..max, else 0
-    uint8_t band[kBins];     // band counter at the bin
-    bool band_end[kBins];    // the bin ends its band
+    float total_pow, control_pow;
+    float eq[kBins];             // equaliser, max(eq, 0)
+    float over_est[kBins];       // with wind below wind_nr_proc_freq
+    float processed[kBins];      // 1 inside nr_proc_min_freq_bin..max, else 0
+    float zoom_coef[2][kBins];
+    float background[2][kBins];
+    uint8_t band[kBins];         // band counter at the bin
+    bool band_end[kBins];        // the bin ends its band
 };
 
-void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind) {
+void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
     const st_vorl &p = ws->st_vorl_work;
+    const st_vorlc &pc = ws->st_vorlc_work;
+    const float *increments[2] = {ws->p_zcomp, ws->p_zcomp + kBands};
+    const float(*templates)[vorl::kBinGroups] = p.back_ground_noise[sel];
+    float total = 0.0f, control = 0.0f;
     float eq = ws->eq_start;
+    float coef_sum[2] = {0.0f, 0.0f}, bg_sum[2] = {0.0f, 0.0f};
     int band = 0;
     for (int i = 0; i < kBins; ++i) {
-        if (i >= 1) eq = eq + p.eq_gain[vorl::bin_group(i)] * ws->eq_slope_scale;
+        const int group = vorl::bin_group(i);
+        total = (total + ws->pow_spec[0][i]) + ws->pow_spec[1][i];
+        if (pc.nr_ctrl_freq_sp <= i && i <= pc.nr_ctrl_freq_ep) control = control + ws->diff_pow[i];
+        if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
         r.eq[i] = eq > 0.0f ? eq : 0.0f;
         r.over_est[i] = i < p.wind_nr_proc_freq ? oe_wind : oe;
         r.processed[i] = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin ? 0.0f : 1.0f;
+        for (int ch = 0; ch < 2; ++ch) {
+            coef_sum[ch] += increments[ch][band];
+            bg_sum[ch] += templates[ch][group];
+            r.zoom_coef[ch][i] = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : coef_sum[ch];
+            r.background[ch][i] = bg_sum[ch] > 0.0f ? bg_sum[ch] : 0.0f;
+        }
         r.band[i] = static_cast<uint8_t>(band);
         r.band_end[i] = i == p.zspec_comp_base_bin[band];
         if (r.band_end[i] && band < kBands - 1) ++band;
     }
-}
-
-// One channel's noise model over bins: the zoom-motor coefficient (its
-// running sum over the bands' increments, or the replacement value above
-// zspec_comp_max_freq) and the background template's running sum, max(., 0).
-void form_noise_runs(const BinRuns &r, const st_vorl &p, const float *increments,
-                     const float *background, float *zoom_coef, float *bg) {
-    float coef_sum = 0.0f;
-    float bg_sum = 0.0f;
-    for (int i = 0; i < kBins; ++i) {
-        coef_sum += increments[r.band[i]];
-        bg_sum += background[vorl::bin_group(i)];
-        zoom_coef[i] = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : coef_sum;
-        bg[i] = bg_sum > 0.0f ? bg_sum : 0.0f;
-    }
+    r.total_pow = total;
+    r.control_pow = control;
 }
 
 // Smoothed powers of one bin that the learning step accumulates.
@@ -150,31 +142,29 @@ int32_t vorl::core(float *const *spec, st_vorl_inst *inst, simd::Path path) {
     const st_vorl &p = ws->st_vorl_work;
     const int channels = vorl::stage_channels(inst->ch_num_proc);
 
-    float control_pow;
-    const float total_pow = measure_powers(spec[0], spec[1], ws, &control_pow, k);
+    (k != nullptr ? k->powers : powers_all<F1>)(spec[0], spec[1], ws->pow_spec[0], ws->pow_spec[1], ws->diff_pow);
 
     const float oe = ws->over_est_cur;
-    BinRuns runs;
-    form_runs(runs, ws, oe, inst->wind_state == 1 ? p.wind_nr_proc_bias * oe : oe);
     // Templates 0..2 exist; an out-of-range drive code falls back to "AF".
     const int sel = ws->bgn_sel >= 0 && ws->bgn_sel <= 2 ? ws->bgn_sel : 0;
+    BinRuns runs;
+    form_runs(runs, ws, oe, inst->wind_state == 1 ? p.wind_nr_proc_bias * oe : oe, sel);
 
     float raw_pow[2][kBins];
     for (int ch = 0; ch < channels; ++ch) {
-        float recip[kBins], zoom_coef[kBins], background[kBins];
+        float recip[kBins];
         std::memcpy(raw_pow[ch], ws->pow_spec[ch], sizeof raw_pow[ch]);
         clamp_and_invert(ws->pow_spec[ch], recip, p, k);
-        form_noise_runs(runs, p, ws->p_zcomp + ch * kBands, p.back_ground_noise[sel][ch], zoom_coef, background);
-        const simd::GainInputs g{zoom_coef,        background,        ws->diff_pow,    recip,
-                                 runs.over_est,    runs.processed,    ws->bias_cur,    p.nr_floor_coef,
+        const simd::GainInputs g{runs.zoom_coef[ch], runs.background[ch], ws->diff_pow,    recip,
+                                 runs.over_est,      runs.processed,      ws->bias_cur,    p.nr_floor_coef,
                                  p.nr_gain_sm_coef, 1.0f - p.nr_gain_sm_coef, ws->zn_on == 1, ws->bgn_on == 1};
         (k != nullptr ? k->gains : gains_all<F1>)(g, ws->gain_prev[ch]);
         (k != nullptr ? k->apply : apply_all<F1>)(spec[ch], runs.eq, ws->gain_prev[ch]);
     }
     accumulate(ws, runs, raw_pow, channels);
 
-    ws->level_acc += total_pow * kFrameScale;
-    ws->ctrl_pow_acc += control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;
+    ws->level_acc += runs.total_pow * kFrameScale;
+    ws->ctrl_pow_acc += runs.control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;
     return 0;
 }
 
