@@ -22,7 +22,7 @@ template <class Wide>
 constexpr vorl::simd::Kernels lane_kernels() {
     return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, recip_all<Wide>,
             powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,
-            analyse_lanes<Wide>, round_lanes<Wide>};
+            analyse_lanes<Wide>, synthesise_lanes<Wide>};
 }
 
 }  // namespace

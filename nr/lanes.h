@@ -31,6 +31,15 @@ struct F1 {
     static void truncate_to(int32_t *p, F1 a) { *p = static_cast<int32_t>(a.v); }
     // table[index], index a whole number inside the table.
     static F1 lookup(const float *table, F1 index) { return {table[static_cast<int>(index.v)]}; }
+    // Stereo frames t = 0 .. kWidth-1 of out (interleaved) become the 16-bit
+    // saturated sums of r0[t], r1[t] and, with pending, out's values.
+    static void overlap_add(int16_t *out, const int32_t *r0, const int32_t *r1, bool pending) {
+        const int32_t r[2] = {*r0, *r1};
+        for (int c = 0; c < 2; ++c) {
+            const int32_t s = (pending ? out[c] : 0) + r[c];
+            out[c] = static_cast<int16_t>(s > 32767 ? 32767 : s < -32768 ? -32768 : s);
+        }
+    }
 };
 inline F1 operator+(F1 a, F1 b) { return {a.v + b.v}; }
 inline F1 operator-(F1 a, F1 b) { return {a.v - b.v}; }
@@ -55,6 +64,18 @@ struct F4 {
     }
     static void truncate_to(int32_t *p, F4 a) {
         _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm_cvttps_epi32(a.v));
+    }
+    static void overlap_add(int16_t *out, const int32_t *r0, const int32_t *r1, bool pending) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(r0));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(r1));
+        __m128i lo = _mm_unpacklo_epi32(a, b), hi = _mm_unpackhi_epi32(a, b);
+        auto *o = reinterpret_cast<__m128i *>(out);
+        if (pending) {
+            const __m128i p = _mm_loadu_si128(o);
+            lo = _mm_add_epi32(lo, _mm_srai_epi32(_mm_unpacklo_epi16(p, p), 16));
+            hi = _mm_add_epi32(hi, _mm_srai_epi32(_mm_unpackhi_epi16(p, p), 16));
+        }
+        _mm_storeu_si128(o, _mm_packs_epi32(lo, hi));
     }
     static F4 lookup(const float *table, F4 index) {
         alignas(16) int32_t i[4];
@@ -83,6 +104,15 @@ struct F4 {
     static F4 select(F4 m, F4 a, F4 b) { return {vbslq_f32(vreinterpretq_u32_f32(m.v), a.v, b.v)}; }
     static F4 from_int16(const int16_t *p) { return {vcvtq_f32_s32(vmovl_s16(vld1_s16(p)))}; }
     static void truncate_to(int32_t *p, F4 a) { vst1q_s32(p, vcvtq_s32_f32(a.v)); }
+    static void overlap_add(int16_t *out, const int32_t *r0, const int32_t *r1, bool pending) {
+        int32x4x2_t z = vzipq_s32(vld1q_s32(r0), vld1q_s32(r1));
+        if (pending) {
+            const int16x8_t p = vld1q_s16(out);
+            z.val[0] = vaddq_s32(z.val[0], vmovl_s16(vget_low_s16(p)));
+            z.val[1] = vaddq_s32(z.val[1], vmovl_s16(vget_high_s16(p)));
+        }
+        vst1q_s16(out, vcombine_s16(vqmovn_s32(z.val[0]), vqmovn_s32(z.val[1])));
+    }
     static F4 lookup(const float *table, F4 index) {
         int32_t i[4];
         truncate_to(i, index);
@@ -122,6 +152,10 @@ struct F8 {
     }
     static void truncate_to(int32_t *p, F8 a) {
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm256_cvttps_epi32(a.v));
+    }
+    static void overlap_add(int16_t *out, const int32_t *r0, const int32_t *r1, bool pending) {
+        F4::overlap_add(out, r0, r1, pending);
+        F4::overlap_add(out + 8, r0 + 4, r1 + 4, pending);
     }
     static F8 lookup(const float *table, F8 index) {
         return {_mm256_i32gather_ps(table, _mm256_cvttps_epi32(index.v), 4)};

@@ -36,9 +36,9 @@ struct Kernels {
     void (*gains)(const GainInputs &in, float *gain_prev);
     void (*apply)(float *x, const float *eq, const float *gain);
     // Stages: one channel's analysis frame from its ring and the window's
-    // rising half; one frame's synthesis values rounded to whole numbers.
+    // rising half; synthesis of both frames into out.
     void (*analyse)(const int16_t *ring, const float *half, float *frame);
-    void (*round)(const float *frame, const float *half, int32_t *rounded);
+    void (*synthesise)(const float *frame0, const float *frame1, const float *half, int16_t *out);
 };
 
 // The path in use: chosen once, the widest the processor has, unless the

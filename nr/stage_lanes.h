@@ -42,4 +42,17 @@ void round_lanes(const float *frame, const float *half, int32_t *rounded) {
     }
 }
 
+// Synthesis: both frames rounded, added to the pending half of out (frames
+// 0..255) and written fresh to frames 256..511, saturated to 16 bits. The
+// sum is formed wider, so a rounded value beyond the 32-bit range
+// saturates like one just beyond 16 bits.
+template <class V>
+void synthesise_lanes(const float *frame0, const float *frame1, const float *half, int16_t *out) {
+    int32_t r0[kFrameLength], r1[kFrameLength];
+    round_lanes<V>(frame0, half, r0);
+    round_lanes<V>(frame1, half, r1);
+    for (int t = 0; t < kFrameLength; t += V::kWidth)
+        V::overlap_add(out + 2 * t, r0 + t, r1 + t, t < 256);  // 256..511 start the next block's half
+}
+
 }  // namespace

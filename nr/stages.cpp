@@ -9,19 +9,6 @@
 #include "stage_lanes.h"
 #include "vorl.h"
 
-namespace {
-
-// Adds the pending overlap value to a rounded synthesis value (rounded half
-// away from zero, 0 for NaN; see round_lanes) and saturates to 16 bits. The
-// sum is formed wider, so a rounded value beyond the 32-bit range
-// saturates like one just beyond 16 bits.
-inline int16_t overlap_add(int32_t rounded, int32_t pending) {
-    const int32_t s = pending + rounded;
-    return static_cast<int16_t>(s > 32767 ? 32767 : s < -32768 ? -32768 : s);
-}
-
-}  // namespace
-
 namespace vorl {
 
 void analyse(float *frame0, float *frame1, const int16_t *ring, uint32_t ch_offset, const float *window,
@@ -35,16 +22,7 @@ void analyse(float *frame0, float *frame1, const int16_t *ring, uint32_t ch_offs
 void synthesise(const float *frame0, const float *frame1, int16_t *out, const float *window,
                 simd::Path path) {
     const simd::Kernels *k = simd::kernels(path);
-    const auto round = k != nullptr ? k->round : round_lanes<F1>;
-    const float *frames[2] = {frame0, frame1};
-    for (int c = 0; c < 2; ++c) {
-        int32_t rounded[512];
-        round(frames[c], window, rounded);
-        for (int t = 0; t < 256; ++t)  // completes the pending half
-            out[2 * t + c] = overlap_add(rounded[t], out[2 * t + c]);
-        for (int t = 256; t < 512; ++t)  // starts the next block's half
-            out[2 * t + c] = overlap_add(rounded[t], 0);
-    }
+    (k != nullptr ? k->synthesise : synthesise_lanes<F1>)(frame0, frame1, window, out);
 }
 
 }  // namespace vorl
