@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Fails if 64-bit Arm machine code contains a fused multiply-add: the
-# library's results are defined with every product and sum rounded on its
-# own, and GCC contracts a*b+c into one instruction on Arm unless told not to.
+# Fails if 64-bit Arm or x86-64 machine code contains a fused multiply-add:
+# the library's results are defined with every product and sum rounded on
+# its own, GCC contracts a*b+c into one instruction on Arm unless told not
+# to, and the x86-64 vector paths must not use FMA instructions either.
 #
 #   scripts/check-no-fma.sh FILE...     disassemble FILEs (.so, .a, .o), list
 #                                       every fused instruction, fail if any
@@ -9,25 +10,39 @@
 #                                       file built with -ffp-contract=fast must
 #                                       fail it, the same file with =off pass
 #
-# OBJDUMP and CC may name other tools (default: Debian's aarch64 cross tools).
+# OBJDUMP and CC may name other tools (default: Debian's aarch64 cross tools
+# for Arm files, the native objdump for x86-64 ones; CC for the self-test
+# may carry options, e.g. "gcc -mfma" for x86-64).
 set -euo pipefail
 
-OBJDUMP=${OBJDUMP:-aarch64-linux-gnu-objdump}
 CC=${CC:-aarch64-linux-gnu-gcc}
 
-# Scalar and vector (Advanced SIMD) fused forms, SVE's, the widening
-# half-precision and bfloat16 ones.
+# Arm: scalar and vector (Advanced SIMD) fused forms, SVE's, the widening
+# half-precision and bfloat16 ones. x86-64: every FMA3/FMA4 form
+# (vfmadd132ps, vfnmsub231sd, vfmaddsubps, ...).
 FUSED='fmadd|fmsub|fnmadd|fnmsub|fmla|fmls|fnmla|fnmls|fmad|fmsb|fnmad|fnmsb|fmlal|fmlal2|fmlsl|fmlsl2|bfmlal[bt]|bfmla'
+X86_FUSED='vfn?m(add|sub)'
+
+objdump_for() {  # the disassembler for a file's architecture
+  if [ -n "${OBJDUMP:-}" ]; then
+    echo "$OBJDUMP"
+  elif objdump -f "$1" 2>/dev/null | grep -q 'x86-64'; then
+    echo objdump
+  else
+    echo aarch64-linux-gnu-objdump
+  fi
+}
 
 # Prints "file: function: instruction" for each fused instruction found.
 fused_instructions() {
-  "$OBJDUMP" -d --no-show-raw-insn "$1" | awk -v file="$1" -v re="^(${FUSED})$" '
+  "$(objdump_for "$1")" -d --no-show-raw-insn "$1" |
+    awk -v file="$1" -v re="^(${FUSED})$" -v x86="^(${X86_FUSED})" '
     /^[0-9a-f]+ <.*>:$/ { fn = $2; sub(/:$/, "", fn) }
     /^[[:space:]]*[0-9a-f]+:/ {
       line = $0
       sub(/^[[:space:]]*[0-9a-f]+:[[:space:]]*/, "", line)
       split(line, f, /[[:space:]]+/)
-      if (f[1] ~ re) { print file ": " fn ": " line; n++ }
+      if (f[1] ~ re || f[1] ~ x86) { print file ": " fn ": " line; n++ }
     }
     END { exit n > 0 ? 1 : 0 }'
 }
@@ -67,8 +82,11 @@ SRC
     echo "check-no-fma self-test: FAILED: nothing found in code built with -ffp-contract=fast" >&2
     return 1
   fi
-  if ! grep -qw fmadd "$dir/found.txt" || ! grep -qw fmla "$dir/found.txt"; then
-    echo "check-no-fma self-test: FAILED: expected both fmadd and fmla in:" >&2
+  # A scalar and a vector fused form: fmadd and fmla on Arm, vfmadd...ss
+  # and vfmadd...ps on x86-64.
+  if ! grep -qE ': (fmadd|vfmadd[0-9]*ss)[[:space:]]' "$dir/found.txt" ||
+    ! grep -qE ': (fmla|vfmadd[0-9]*ps)[[:space:]]' "$dir/found.txt"; then
+    echo "check-no-fma self-test: FAILED: expected a scalar and a vector fused form in:" >&2
     cat "$dir/found.txt" >&2
     return 1
   fi
@@ -84,6 +102,6 @@ if [ "${1:-}" = "--self-test" ]; then
 elif [ $# -gt 0 ]; then
   check_files "$@"
 else
-  sed -n '2,12p' "$0" >&2
+  sed -n '2,13p' "$0" >&2
   exit 2
 fi
