@@ -18,6 +18,7 @@ namespace {
 // One float: the scalar lane, for the leftovers of a vector loop.
 struct F1 {
     static constexpr int kWidth = 1;
+    static constexpr bool kGathers = false;  // lookup is not one instruction
     float v;
     static F1 load(const float *p) { return {*p}; }
     static void store(float *p, F1 a) { *p = a.v; }
@@ -48,6 +49,7 @@ inline F1 operator*(F1 a, F1 b) { return {a.v * b.v}; }
 #if defined(__SSE2__)
 struct F4 {
     static constexpr int kWidth = 4;
+    static constexpr bool kGathers = false;
     __m128 v;
     static F4 load(const float *p) { return {_mm_loadu_ps(p)}; }
     static void store(float *p, F4 a) { _mm_storeu_ps(p, a.v); }
@@ -91,6 +93,7 @@ inline F4 operator*(F4 a, F4 b) { return {_mm_mul_ps(a.v, b.v)}; }
 #elif defined(__ARM_NEON)
 struct F4 {
     static constexpr int kWidth = 4;
+    static constexpr bool kGathers = false;
     float32x4_t v;
     static F4 load(const float *p) { return {vld1q_f32(p)}; }
     static void store(float *p, F4 a) { vst1q_f32(p, a.v); }
@@ -136,6 +139,7 @@ inline F4 operator*(F4 a, F4 b) { return {vmulq_f32(a.v, b.v)}; }
 #if defined(__AVX2__)
 struct F8 {
     static constexpr int kWidth = 8;
+    static constexpr bool kGathers = true;
     __m256 v;
     static F8 load(const float *p) { return {_mm256_loadu_ps(p)}; }
     static void store(float *p, F8 a) { _mm256_storeu_ps(p, a.v); }

@@ -27,12 +27,20 @@ int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const flo
         // First j in k-6 .. k-1 with v > s[j+1], else k: the last hit of a
         // downward scan. The group's thresholds by k = 6, 13, 20 or 27.
         V j = k;
+        const V in6 = V::greater(V::set1(9.5f), k), in13 = V::greater(V::set1(16.5f), k);
+        const V in20 = V::greater(V::set1(23.5f), k);
         for (int e = 5; e >= 0; --e) {
-            V t = V::set1(s[22 + e]);
-            t = V::select(V::greater(V::set1(23.5f), k), V::set1(s[15 + e]), t);
-            t = V::select(V::greater(V::set1(16.5f), k), V::set1(s[8 + e]), t);
-            t = V::select(V::greater(V::set1(9.5f), k), V::set1(s[1 + e]), t);
-            j = V::select(V::greater(v, t), k - V::set1(static_cast<float>(6 - e)), j);
+            const V back = V::set1(static_cast<float>(5 - e));  // threshold s[k - 5 + e]
+            V t;
+            if constexpr (V::kGathers) {
+                t = V::lookup(s, k - back);
+            } else {
+                t = V::set1(s[22 + e]);
+                t = V::select(in20, V::set1(s[15 + e]), t);
+                t = V::select(in13, V::set1(s[8 + e]), t);
+                t = V::select(in6, V::set1(s[1 + e]), t);
+            }
+            j = V::select(V::greater(v, t), k - back - V::set1(1.0f), j);
         }
         V y = V::lookup(d, j);
         for (int32_t n = 0; n < steps; ++n) y = (y + y) - y * (v * y);
