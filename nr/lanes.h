@@ -139,7 +139,7 @@ inline F4 operator*(F4 a, F4 b) { return {vmulq_f32(a.v, b.v)}; }
 #if defined(__AVX2__)
 struct F8 {
     static constexpr int kWidth = 8;
-    static constexpr bool kGathers = true;
+    static constexpr bool kGathers = false;
     __m256 v;
     static F8 load(const float *p) { return {_mm256_loadu_ps(p)}; }
     static void store(float *p, F8 a) { _mm256_storeu_ps(p, a.v); }
@@ -161,8 +161,13 @@ struct F8 {
         F4::overlap_add(out, r0, r1, pending);
         F4::overlap_add(out + 8, r0 + 4, r1 + 4, pending);
     }
+    // Scalar loads: the gather instruction is slow where its microcode
+    // carries the data-sampling mitigation.
     static F8 lookup(const float *table, F8 index) {
-        return {_mm256_i32gather_ps(table, _mm256_cvttps_epi32(index.v), 4)};
+        alignas(32) int32_t i[8];
+        truncate_to(i, index);
+        return {_mm256_setr_ps(table[i[0]], table[i[1]], table[i[2]], table[i[3]], table[i[4]], table[i[5]],
+                               table[i[6]], table[i[7]])};
     }
 };
 inline F8 operator+(F8 a, F8 b) { return {_mm256_add_ps(a.v, b.v)}; }
