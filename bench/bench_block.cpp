@@ -6,8 +6,8 @@
 // chosen at start-up (VORL_SIMD=scalar|sse2|avx2|neon picks another). After
 // the runs the peers' times are printed as multiples of the library's.
 //
-//   build/bench/bench_block                  ratios on this machine
-//   VORL_SIMD=scalar build/bench/bench_block the scalar path
+//   build/bench/bench_block --benchmark_repetitions=5   ratios of medians
+//   VORL_SIMD=scalar build/bench/bench_block            the scalar path
 #include <benchmark/benchmark.h>
 #include <speex/speex_preprocess.h>
 #include <webrtc/modules/audio_processing/include/audio_processing.h>
@@ -148,8 +148,16 @@ BENCHMARK(BM_webrtc_ns);
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &r : runs)
-            if (!r.error_occurred) cpu_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+        // One time per benchmark: the median when repeated, else the run's.
+        for (const Run &r : runs) {
+            if (r.error_occurred) continue;
+            if (r.run_type == Run::RT_Iteration && !median_.count(r.run_name.str()))
+                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
+            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
+                median_[r.run_name.str()] = true;
+                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
+            }
+        }
         ConsoleReporter::ReportRuns(runs);
     }
     void Finalize() override {
@@ -163,6 +171,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   private:
     std::map<std::string, double> cpu_;
+    std::map<std::string, bool> median_;
 };
 
 }  // namespace

@@ -86,8 +86,16 @@ BENCHMARK(BM_kissfft_pair);
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &r : runs)
-            if (!r.error_occurred) cpu_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+        // One time per benchmark: the median when repeated, else the run's.
+        for (const Run &r : runs) {
+            if (r.error_occurred) continue;
+            if (r.run_type == Run::RT_Iteration && !median_.count(r.run_name.str()))
+                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
+            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
+                median_[r.run_name.str()] = true;
+                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
+            }
+        }
         ConsoleReporter::ReportRuns(runs);
     }
     void Finalize() override {
@@ -103,6 +111,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   private:
     std::map<std::string, double> cpu_;
+    std::map<std::string, bool> median_;
 };
 
 }  // namespace

@@ -47,16 +47,16 @@ void clamp_and_invert(float *pow, float *recip, const st_vorl &p, const vorl::si
     for (int i = 0; i < kBins; ++i) recip[i] = sound_vorl_recip(&pow[i], 2, &p);
 }
 
-// The running values over bins, formed in bin order in one pass so that
-// their serial sums overlap: total and control-band power, the equaliser,
-// the band counter (a malformed band list holds it at the last band), each
-// channel's zoom-motor coefficient (the running sum of its bands'
-// increments, or the replacement value above zspec_comp_max_freq) and
-// background (the template's running sum, max(., 0)), and the bin ranges
-// of over-estimation and processing.
+// The running values over bins, formed in bin order: total and
+// control-band power, the equaliser, each channel's zoom-motor coefficient
+// (the running sum of its bands' increments, or the replacement value above
+// zspec_comp_max_freq) and background (the template's running sum), the
+// band counter (a malformed band list holds it at the last band) and the
+// bin ranges of over-estimation and processing. The lanes take equaliser
+// and background as max(., 0).
 struct BinRuns {
     float total_pow, control_pow;
-    float eq[kBins];             // equaliser, max(eq, 0)
+    float eq[kBins];
     float over_est[kBins];       // with wind below wind_nr_proc_freq
     float processed[kBins];      // 1 inside nr_proc_min_freq_bin..max, else 0
     float zoom_coef[2][kBins];
@@ -68,30 +68,37 @@ struct BinRuns {
 void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
     const st_vorl &p = ws->st_vorl_work;
     const st_vorlc &pc = ws->st_vorlc_work;
-    const float *increments[2] = {ws->p_zcomp, ws->p_zcomp + kBands};
-    const float(*templates)[vorl::kBinGroups] = p.back_ground_noise[sel];
-    float total = 0.0f, control = 0.0f;
-    float eq = ws->eq_start;
-    float coef_sum[2] = {0.0f, 0.0f}, bg_sum[2] = {0.0f, 0.0f};
     int band = 0;
     for (int i = 0; i < kBins; ++i) {
-        const int group = vorl::bin_group(i);
-        total = (total + ws->pow_spec[0][i]) + ws->pow_spec[1][i];
-        if (pc.nr_ctrl_freq_sp <= i && i <= pc.nr_ctrl_freq_ep) control = control + ws->diff_pow[i];
-        if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
-        r.eq[i] = eq > 0.0f ? eq : 0.0f;
         r.over_est[i] = i < p.wind_nr_proc_freq ? oe_wind : oe;
         r.processed[i] = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin ? 0.0f : 1.0f;
-        for (int ch = 0; ch < 2; ++ch) {
-            coef_sum[ch] += increments[ch][band];
-            bg_sum[ch] += templates[ch][group];
-            r.zoom_coef[ch][i] = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : coef_sum[ch];
-            r.background[ch][i] = bg_sum[ch] > 0.0f ? bg_sum[ch] : 0.0f;
-        }
         r.band[i] = static_cast<uint8_t>(band);
         r.band_end[i] = i == p.zspec_comp_base_bin[band];
         if (r.band_end[i] && band < kBands - 1) ++band;
     }
+
+    // The serial sums side by side, so that their latencies overlap.
+    const float *increments[2] = {ws->p_zcomp, ws->p_zcomp + kBands};
+    const float(*templates)[vorl::kBinGroups] = p.back_ground_noise[sel];
+    float total = 0.0f;
+    float eq = ws->eq_start;
+    float coef_sum[2] = {0.0f, 0.0f}, bg_sum[2] = {0.0f, 0.0f};
+    for (int i = 0; i < kBins; ++i) {
+        const int group = vorl::bin_group(i);
+        total = (total + ws->pow_spec[0][i]) + ws->pow_spec[1][i];
+        if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
+        r.eq[i] = eq;
+        for (int ch = 0; ch < 2; ++ch) {
+            coef_sum[ch] += increments[ch][r.band[i]];
+            bg_sum[ch] += templates[ch][group];
+            r.zoom_coef[ch][i] = coef_sum[ch];
+            r.background[ch][i] = bg_sum[ch];
+        }
+    }
+    for (int i = p.zspec_comp_max_freq + 1; i < kBins; ++i)
+        r.zoom_coef[0][i] = r.zoom_coef[1][i] = p.zspec_comp_replace_value;
+    float control = 0.0f;
+    for (int i = pc.nr_ctrl_freq_sp; i <= pc.nr_ctrl_freq_ep && i < kBins; ++i) control = control + ws->diff_pow[i];
     r.total_pow = total;
     r.control_pow = control;
 }

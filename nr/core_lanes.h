@@ -44,7 +44,8 @@ int power_lanes(const float *l, const float *r, float *pl, float *pr, float *pd,
     return i;
 }
 
-// Smoothed gains of bins i.. of one channel, written to gain_prev.
+// Smoothed gains of bins i.. of one channel, written to gain_prev; the
+// background enters as max(background, 0).
 template <class V>
 int gain_lanes(const vorl::simd::GainInputs &g, float *gain_prev, int i) {
     const V zero = V::set1(0.0f), one = V::set1(1.0f), half = V::set1(0.5f);
@@ -53,7 +54,10 @@ int gain_lanes(const vorl::simd::GainInputs &g, float *gain_prev, int i) {
     for (; i + V::kWidth <= kSpectrumBins; i += V::kWidth) {
         const V raw = V::load(g.zoom_coef + i) * (V::load(g.diff_pow + i) * bias);
         V noise = g.zoom_on ? V::select(V::greater(raw, zero), raw, zero) : zero;
-        if (g.background_on) noise = noise + V::load(g.background + i);
+        if (g.background_on) {
+            const V bg = V::load(g.background + i);
+            noise = noise + V::select(V::greater(bg, zero), bg, zero);
+        }
         V ratio = V::load(g.recip + i) * noise;
         ratio = ratio * V::load(g.over_est + i);
         const V processed = V::greater(V::load(g.processed + i), half);
@@ -64,11 +68,13 @@ int gain_lanes(const vorl::simd::GainInputs &g, float *gain_prev, int i) {
     return i;
 }
 
-// Both parts of bins i.. (>= 1) scaled by equaliser and gain.
+// Both parts of bins i.. (>= 1) scaled by equaliser (max(eq, 0)) and gain.
 template <class V>
 int apply_lanes(float *x, const float *eq, const float *gain, int i) {
+    const V zero = V::set1(0.0f);
     for (; i + V::kWidth <= kSpectrumBins; i += V::kWidth) {
-        const V e = V::load(eq + i), gn = V::load(gain + i);
+        const V e0 = V::load(eq + i), gn = V::load(gain + i);
+        const V e = V::select(V::greater(e0, zero), e0, zero);
         V::store(x + i, (V::load(x + i) * e) * gn);
         float *im = mirror<V>(x, i);
         V::store(im, V::reverse((V::reverse(V::load(im)) * e) * gn));
@@ -96,8 +102,9 @@ void gains_all(const vorl::simd::GainInputs &g, float *gain_prev) {
 
 template <class Wide>
 void apply_all(float *x, const float *eq, const float *gain) {
-    x[0] = (x[0] * eq[0]) * gain[0];  // bin 0 pairs DC with Nyquist
-    x[256] = (x[256] * eq[0]) * gain[0];
+    const float e = eq[0] > 0.0f ? eq[0] : 0.0f;
+    x[0] = (x[0] * e) * gain[0];  // bin 0 pairs DC with Nyquist
+    x[256] = (x[256] * e) * gain[0];
     int i = apply_lanes<Wide>(x, eq, gain, 1);
     if constexpr (Wide::kWidth > 4) i = apply_lanes<F4>(x, eq, gain, i);
     apply_lanes<F1>(x, eq, gain, i);

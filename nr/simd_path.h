@@ -12,8 +12,8 @@ namespace vorl::simd {
 enum class Path : uint8_t { kScalar, kSse2, kAvx2, kNeon };
 
 // Per-bin inputs of one channel's gains (arrays of 256), as the core
-// prepares them: coefficient sum or its replacement, background sum taken
-// as max(sum, 0), difference power, reciprocal of the clamped power,
+// prepares them: coefficient sum or its replacement, background sum (the
+// kernel takes max(sum, 0)), difference power, reciprocal of the clamped power,
 // over-estimation, 1 for processed bins (0 outside), and block values.
 struct GainInputs {
     const float *zoom_coef, *background, *diff_pow, *recip, *over_est, *processed;
@@ -31,7 +31,7 @@ struct Kernels {
     void (*recip)(float *x, float *out, int count, int32_t steps, const float *search,
                   const float *seed);
     // Core: powers of both channels and their difference; smoothed gains
-    // into gain_prev; spectrum x scaled by eq and gain per bin.
+    // into gain_prev; spectrum x scaled by max(eq, 0) and gain per bin.
     void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
     void (*gains)(const GainInputs &in, float *gain_prev);
     void (*apply)(float *x, const float *eq, const float *gain);
