@@ -68,13 +68,21 @@ struct BinRuns {
 void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
     const st_vorl &p = ws->st_vorl_work;
     const st_vorlc &pc = ws->st_vorlc_work;
-    int band = 0;
     for (int i = 0; i < kBins; ++i) {
         r.over_est[i] = i < p.wind_nr_proc_freq ? oe_wind : oe;
         r.processed[i] = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin ? 0.0f : 1.0f;
-        r.band[i] = static_cast<uint8_t>(band);
-        r.band_end[i] = i == p.zspec_comp_base_bin[band];
-        if (r.band_end[i] && band < kBands - 1) ++band;
+    }
+    // Band by band: the counter moves on after the bin that equals its
+    // band's end; an end below the current bin is never met, so the counter
+    // keeps that band to the last bin.
+    std::memset(r.band_end, 0, sizeof r.band_end);
+    for (int i = 0, band = 0; i < kBins;) {
+        const int end = p.zspec_comp_base_bin[band];
+        const int last = end >= i ? end : kBins - 1;
+        std::memset(r.band + i, band, static_cast<size_t>(last - i + 1));
+        if (end >= i) r.band_end[end] = true;
+        i = last + 1;
+        if (band < kBands - 1) ++band;
     }
 
     // The serial sums side by side, so that their latencies overlap.
