@@ -18,7 +18,7 @@ namespace {
 // One float: the scalar lane, for the leftovers of a vector loop.
 struct F1 {
     static constexpr int kWidth = 1;
-    static constexpr bool kGathers = false;  // lookup is not one instruction
+    static constexpr bool kPicks = false;  // pick4 / pick32 (small-table lookups)
     float v;
     static F1 load(const float *p) { return {*p}; }
     static void store(float *p, F1 a) { *p = a.v; }
@@ -49,7 +49,7 @@ inline F1 operator*(F1 a, F1 b) { return {a.v * b.v}; }
 #if defined(__SSE2__)
 struct F4 {
     static constexpr int kWidth = 4;
-    static constexpr bool kGathers = false;
+    static constexpr bool kPicks = false;
     __m128 v;
     static F4 load(const float *p) { return {_mm_loadu_ps(p)}; }
     static void store(float *p, F4 a) { _mm_storeu_ps(p, a.v); }
@@ -93,7 +93,7 @@ inline F4 operator*(F4 a, F4 b) { return {_mm_mul_ps(a.v, b.v)}; }
 #elif defined(__ARM_NEON)
 struct F4 {
     static constexpr int kWidth = 4;
-    static constexpr bool kGathers = false;
+    static constexpr bool kPicks = false;
     float32x4_t v;
     static F4 load(const float *p) { return {vld1q_f32(p)}; }
     static void store(float *p, F4 a) { vst1q_f32(p, a.v); }
@@ -139,7 +139,7 @@ inline F4 operator*(F4 a, F4 b) { return {vmulq_f32(a.v, b.v)}; }
 #if defined(__AVX2__)
 struct F8 {
     static constexpr int kWidth = 8;
-    static constexpr bool kGathers = false;
+    static constexpr bool kPicks = true;
     __m256 v;
     static F8 load(const float *p) { return {_mm256_loadu_ps(p)}; }
     static void store(float *p, F8 a) { _mm256_storeu_ps(p, a.v); }
@@ -161,8 +161,23 @@ struct F8 {
         F4::overlap_add(out, r0, r1, pending);
         F4::overlap_add(out + 8, r0 + 4, r1 + 4, pending);
     }
-    // Scalar loads: the gather instruction is slow where its microcode
-    // carries the data-sampling mitigation.
+    // t4[index] and t32[index], index a whole number 0..3 or 0..31: lane
+    // permutes (cheaper here than the gather instruction).
+    static F8 pick4(const float *t4, F8 index) {
+        return {_mm256_permutevar_ps(_mm256_broadcast_ps(reinterpret_cast<const __m128 *>(t4)),
+                                     _mm256_cvttps_epi32(index.v))};
+    }
+    static F8 pick32(const float *t32, F8 index) {
+        const __m256i i = _mm256_cvttps_epi32(index.v);
+        F8 r = {_mm256_permutevar8x32_ps(_mm256_loadu_ps(t32), i)};
+        for (int part = 1; part < 4; ++part) {
+            const F8 from = {_mm256_permutevar8x32_ps(_mm256_loadu_ps(t32 + 8 * part), i)};
+            r = select(greater(index, set1(8.0f * static_cast<float>(part) - 0.5f)), from, r);
+        }
+        return r;
+    }
+    // Scalar loads (the gather instruction is slow where its microcode
+    // carries the data-sampling mitigation).
     static F8 lookup(const float *table, F8 index) {
         alignas(32) int32_t i[8];
         truncate_to(i, index);

@@ -13,14 +13,26 @@ namespace {
 // x[0..count-1] clamped in place; out[i] the reciprocal of the clamped x[i].
 template <class V>
 int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const float *s, const float *d) {
-    const V seven = V::set1(7.0f);
+    // For lanes that pick from small tables: the fine search's thresholds
+    // by group c = (27 - k) / 7 (s[22 + e - 7c] for the e-th) and the seeds.
+    float group_thresholds[6][4] = {};
+    float seeds[32] = {};
+    if constexpr (V::kPicks) {
+        for (int e = 0; e < 6; ++e)
+            for (int c = 0; c < 4; ++c) group_thresholds[e][c] = s[22 + e - 7 * c];
+        for (int n = 0; n < 28; ++n) seeds[n] = d[n];
+    }
+    const V one = V::set1(1.0f), seven = V::set1(7.0f);
     for (; i + V::kWidth <= count; i += V::kWidth) {
         V v = V::load(x + i);
         // Coarse group: k = 27, less 7 per threshold s[21], s[14], s[7] exceeded.
-        V k = V::set1(27.0f);
-        k = V::select(V::greater(v, V::set1(s[21])), k - seven, k);
-        k = V::select(V::greater(v, V::set1(s[14])), k - seven, k);
-        k = V::select(V::greater(v, V::set1(s[7])), k - seven, k);
+        V k = V::set1(27.0f), c = V::set1(0.0f);
+        const int coarse[3] = {21, 14, 7};
+        for (int t : coarse) {
+            const V above = V::greater(v, V::set1(s[t]));
+            k = V::select(above, k - seven, k);
+            c = V::select(above, c + one, c);
+        }
         v = V::select(V::greater(v, V::set1(s[0])), V::set1(s[0]), v);
         v = V::select(V::less_equal(v, V::set1(s[27])), V::set1(s[27]), v);
         V::store(x + i, v);
@@ -32,17 +44,21 @@ int recip_lanes(float *x, float *out, int i, int count, int32_t steps, const flo
         for (int e = 5; e >= 0; --e) {
             const V back = V::set1(static_cast<float>(5 - e));  // threshold s[k - 5 + e]
             V t;
-            if constexpr (V::kGathers) {
-                t = V::lookup(s, k - back);
+            if constexpr (V::kPicks) {
+                t = V::pick4(group_thresholds[e], c);
             } else {
                 t = V::set1(s[22 + e]);
                 t = V::select(in20, V::set1(s[15 + e]), t);
                 t = V::select(in13, V::set1(s[8 + e]), t);
                 t = V::select(in6, V::set1(s[1 + e]), t);
             }
-            j = V::select(V::greater(v, t), k - back - V::set1(1.0f), j);
+            j = V::select(V::greater(v, t), k - back - one, j);
         }
-        V y = V::lookup(d, j);
+        V y;
+        if constexpr (V::kPicks)
+            y = V::pick32(seeds, j);
+        else
+            y = V::lookup(d, j);
         for (int32_t n = 0; n < steps; ++n) y = (y + y) - y * (v * y);
         V::store(out + i, y);
     }
