@@ -2,6 +2,7 @@
 // channel-difference power plus a background template), spectral-subtraction
 // gain with over-estimation, floor and time smoothing, equaliser, and the
 // accumulators the learning step refits the zoom-noise model from.
+#include <algorithm>
 #include <cstring>
 
 #include "core_lanes.h"
@@ -68,10 +69,13 @@ struct BinRuns {
 void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
     const st_vorl &p = ws->st_vorl_work;
     const st_vorlc &pc = ws->st_vorlc_work;
-    for (int i = 0; i < kBins; ++i) {
-        r.over_est[i] = i < p.wind_nr_proc_freq ? oe_wind : oe;
-        r.processed[i] = i < p.nr_proc_min_freq_bin || i > p.nr_proc_max_freq_bin ? 0.0f : 1.0f;
-    }
+    const int wind_end = p.wind_nr_proc_freq < kBins ? p.wind_nr_proc_freq : kBins;
+    std::fill(r.over_est, r.over_est + wind_end, oe_wind);
+    std::fill(r.over_est + wind_end, r.over_est + kBins, oe);
+    std::fill(r.processed, r.processed + kBins, 0.0f);
+    const int proc_end = p.nr_proc_max_freq_bin < kBins ? p.nr_proc_max_freq_bin + 1 : kBins;
+    if (p.nr_proc_min_freq_bin < proc_end)
+        std::fill(r.processed + p.nr_proc_min_freq_bin, r.processed + proc_end, 1.0f);
     // Band by band: the counter moves on after the bin that equals its
     // band's end; an end below the current bin is never met, so the counter
     // keeps that band to the last bin.
