@@ -7,6 +7,7 @@ packages=(
   build-essential cmake git python3            # toolchain
   googletest libgtest-dev libgmock-dev         # unit tests
   libbenchmark-dev libfftw3-dev libkissfft-dev # benchmarks, reference FFTs
+  libspeexdsp-dev libwebrtc-audio-processing-dev # benchmark peers
   libsndfile1-dev libsoxr-dev nlohmann-json3-dev  # the vorl tool
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg  # video files
   libespeak-ng-dev espeak-ng-data              # speech in the test scenes
