@@ -24,9 +24,11 @@ FUSED='fmadd|fmsub|fnmadd|fnmsub|fmla|fmls|fnmla|fnmls|fmad|fmsb|fnmad|fnmsb|fml
 X86_FUSED='vfn?m(add|sub)'
 
 objdump_for() {  # the disassembler for a file's architecture
+  local header
+  header=$(objdump -f "$1" 2>/dev/null || true)  # whole, no early exit under pipefail
   if [ -n "${OBJDUMP:-}" ]; then
     echo "$OBJDUMP"
-  elif objdump -f "$1" 2>/dev/null | grep -q 'x86-64'; then
+  elif [[ $header == *x86-64* ]]; then
     echo objdump
   else
     echo aarch64-linux-gnu-objdump
