@@ -16,12 +16,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "nr/simd_path.h"
+#include "ratio_reporter.h"
 #include "table_builder.h"
 #include "vorl.h"
 
@@ -144,42 +144,15 @@ void BM_webrtc_ns(benchmark::State &state) {
 }
 BENCHMARK(BM_webrtc_ns);
 
-// Console output, then each peer's time as a multiple of the library's.
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        // One time per benchmark: the median when repeated, else the run's.
-        for (const Run &r : runs) {
-            if (r.error_occurred) continue;
-            if (r.run_type == Run::RT_Iteration && !median_.count(r.run_name.str()))
-                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
-            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
-                median_[r.run_name.str()] = true;
-                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        for (const char *lib : {"BM_vorl/pulse:0", "BM_vorl/pulse:1"})
-            for (const char *peer : {"BM_speexdsp_denoise", "BM_webrtc_ns"})
-                if (cpu_.count(lib) && cpu_.count(peer))
-                    std::printf("%-20s / %-16s = %5.1fx (CPU time; libvorl on %s)\n", peer, lib,
-                                cpu_[peer] / cpu_[lib], vorl::simd::path_name(vorl::simd::active_path()));
-    }
-
-  private:
-    std::map<std::string, double> cpu_;
-    std::map<std::string, bool> median_;
-};
-
 }  // namespace
 
+// After the table, each peer's time as a multiple of the library's.
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return vorl::bench::run_with_ratios(argc, argv, [](const auto &cpu) {
+        for (const char *lib : {"BM_vorl/pulse:0", "BM_vorl/pulse:1"})
+            for (const char *peer : {"BM_speexdsp_denoise", "BM_webrtc_ns"})
+                if (cpu(lib) > 0 && cpu(peer) > 0)
+                    std::printf("%-20s / %-16s = %5.1fx (CPU time; libvorl on %s)\n", peer, lib, cpu(peer) / cpu(lib),
+                                vorl::simd::path_name(vorl::simd::active_path()));
+    });
 }

@@ -10,11 +10,11 @@
 
 #include <cmath>
 #include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "fft/rfft_paths.h"
+#include "ratio_reporter.h"
 #include "vorl.h"
 
 namespace {
@@ -82,44 +82,17 @@ void BM_kissfft_pair(benchmark::State &state) {
 }
 BENCHMARK(BM_kissfft_pair);
 
-// Console output, then each library path's time as a multiple of the peers'.
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        // One time per benchmark: the median when repeated, else the run's.
-        for (const Run &r : runs) {
-            if (r.error_occurred) continue;
-            if (r.run_type == Run::RT_Iteration && !median_.count(r.run_name.str()))
-                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
-            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
-                median_[r.run_name.str()] = true;
-                cpu_[r.run_name.str()] = r.GetAdjustedCPUTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        for (int p = 0; p < 4; ++p) {
-            const std::string lib = "BM_vorl_rfft_pair/path:" + std::to_string(p);
-            if (!cpu_.count(lib)) continue;
-            std::printf("libvorl %-6s pair: %.2fx FFTW's time, %.2fx KissFFT's (CPU time)\n",
-                        vorl::simd::path_name(static_cast<vorl::simd::Path>(p)),
-                        cpu_[lib] / cpu_["BM_fftw_r2c_c2r_pair"], cpu_[lib] / cpu_["BM_kissfft_pair"]);
-        }
-    }
-
-  private:
-    std::map<std::string, double> cpu_;
-    std::map<std::string, bool> median_;
-};
-
 }  // namespace
 
+// After the table, each library path's time as a multiple of the peers'.
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return vorl::bench::run_with_ratios(argc, argv, [](const auto &cpu) {
+        for (int p = 0; p < 4; ++p) {
+            const double lib = cpu("BM_vorl_rfft_pair/path:" + std::to_string(p));
+            if (lib == 0) continue;
+            std::printf("libvorl %-6s pair: %.2fx FFTW's time, %.2fx KissFFT's (CPU time)\n",
+                        vorl::simd::path_name(static_cast<vorl::simd::Path>(p)), lib / cpu("BM_fftw_r2c_c2r_pair"),
+                        lib / cpu("BM_kissfft_pair"));
+        }
+    });
 }

@@ -2,6 +2,7 @@
 // of bins 0..n/2 forward, sine parts of bins 1..n/2-1 backward from the end).
 // Decimation in time: bit reversal, one radix-2 pass, then real radix-4
 // stages of quarter length Q = 2, 8, 32, ...
+#include "butterflies.h"
 #include "fft_common.h"
 #include "rfft_paths.h"
 #include "vorl.h"
@@ -10,43 +11,21 @@ namespace {
 
 using vorl::fft::Twiddles;
 
-// k = 0 butterfly of one block.
-void butterfly_zero(float *x, int32_t q) {
-    const float a0 = x[0], a1 = x[q], a2 = x[2 * q], a3 = x[3 * q];
-    x[0] = (a0 + a1) + (a2 + a3);
-    x[q] = a0 - a1;
-    x[2 * q] = (a0 + a1) - (a2 + a3);
-    x[3 * q] = a2 - a3;
-}
+// The butterflies of one block at x, in place.
+void butterfly_zero(float *x, int32_t q) { forward_zero(x[0], x[q], x[2 * q], x[3 * q]); }
 
-// General butterfly for 1 <= k < Q/2 of one block.
 void butterfly_k(float *x, int32_t q, int32_t k, const Twiddles &w) {
-    const float t1re = w.c2 * x[q + k] - w.s2 * x[2 * q - k];
-    const float t1im = w.s2 * x[q + k] + w.c2 * x[2 * q - k];
-    const float t2re = w.c1 * x[2 * q + k] - w.s1 * x[3 * q - k];
-    const float t2im = w.s1 * x[2 * q + k] + w.c1 * x[3 * q - k];
-    const float t3re = w.c3 * x[3 * q + k] - w.s3 * x[4 * q - k];
-    const float t3im = w.s3 * x[3 * q + k] + w.c3 * x[4 * q - k];
-    const float a = x[k];
-    const float b = x[q - k];
-    x[k] = (a + t1re) + (t2re + t3re);
-    x[2 * q - k] = (a + t1re) - (t2re + t3re);
-    x[q - k] = (a - t1re) + (t2im - t3im);
-    x[q + k] = (a - t1re) - (t2im - t3im);
-    x[4 * q - k] = (b + t1im) + (t2im + t3im);
-    x[2 * q + k] = (t2im + t3im) - (b + t1im);
-    x[3 * q - k] = (b - t1im) + (t2re - t3re);
-    x[3 * q + k] = (t2re - t3re) - (b - t1im);
+    float *at[8] = {x + k, x + q - k, x + q + k, x + 2 * q - k, x + 2 * q + k, x + 3 * q - k, x + 3 * q + k, x + 4 * q - k};
+    float e[8];
+    for (int i = 0; i < 8; ++i) e[i] = *at[i];
+    const float t[6] = {w.c1, w.s1, w.c2, w.s2, w.c3, w.s3};
+    forward_k(e, t);
+    for (int i = 0; i < 8; ++i) *at[i] = e[i];
 }
 
-// Middle butterfly, k = Q/2, of one block.
 void butterfly_middle(float *x, int32_t q, float r) {
     const int32_t k = q / 2;
-    const float a0 = x[k], a1 = x[q + k], a2 = x[2 * q + k], a3 = x[3 * q + k];
-    x[k] = a0 + r * (a2 - a3);
-    x[q + k] = a0 - r * (a2 - a3);
-    x[2 * q + k] = r * (a2 + a3) - a1;
-    x[3 * q + k] = a1 + r * (a2 + a3);
+    forward_middle(x[k], x[q + k], x[2 * q + k], x[3 * q + k], r);
 }
 
 }  // namespace

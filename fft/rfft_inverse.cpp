@@ -1,6 +1,7 @@
 // Inverse real FFT of 512 points: in place, unnormalised (inverse of the
 // forward gives 512 x). Decimation in frequency, the mirror of the forward:
 // radix-4 stages Q = 128, 32, 8, 2, a radix-2 pass, then bit reversal.
+#include "butterflies.h"
 #include "fft_common.h"
 #include "rfft_paths.h"
 #include "vorl.h"
@@ -11,44 +12,20 @@ using vorl::fft::Twiddles;
 
 constexpr int32_t kLength = 512;
 
-void butterfly_zero(float *x, int32_t q) {
-    const float a0 = x[0], a1 = x[q], a2 = x[2 * q], a3 = x[3 * q];
-    x[0] = (a1 + a1) + (a0 + a2);
-    x[q] = (a0 + a2) - (a1 + a1);
-    x[2 * q] = (a0 - a2) + (a3 + a3);
-    x[3 * q] = (a0 - a2) - (a3 + a3);
-}
+void butterfly_zero(float *x, int32_t q) { inverse_zero(x[0], x[q], x[2 * q], x[3 * q]); }
 
 void butterfly_k(float *x, int32_t q, int32_t k, const Twiddles &w) {
-    const float p = x[k], pm = x[q - k], pp = x[q + k], hm = x[2 * q - k];
-    const float hp = x[2 * q + k], tm = x[3 * q - k], tp = x[3 * q + k], e = x[4 * q - k];
-    const float u1 = (p - pm) - (pp - hm);
-    const float w1 = (e + tp) - (tm + hp);
-    const float u2 = (p - hm) + (tm + tp);
-    const float w2 = (e + hp) - (pp - pm);
-    const float u3 = (p - hm) - (tm + tp);
-    const float w3 = (pp - pm) + (e + hp);
-    x[k] = (p + pm) + (pp + hm);
-    x[q - k] = (tm - hp) - (tp - e);
-    x[q + k] = w.c2 * u1 + w.s2 * w1;
-    x[2 * q - k] = w.c2 * w1 - w.s2 * u1;
-    x[2 * q + k] = w.s1 * w2 + w.c1 * u2;
-    x[3 * q - k] = w.c1 * w2 - w.s1 * u2;
-    x[3 * q + k] = w.s3 * w3 + w.c3 * u3;
-    x[4 * q - k] = w.c3 * w3 - w.s3 * u3;
+    float *at[8] = {x + k, x + q - k, x + q + k, x + 2 * q - k, x + 2 * q + k, x + 3 * q - k, x + 3 * q + k, x + 4 * q - k};
+    float e[8];
+    for (int i = 0; i < 8; ++i) e[i] = *at[i];
+    const float t[6] = {w.c1, w.s1, w.c2, w.s2, w.c3, w.s3};
+    inverse_k(e, t);
+    for (int i = 0; i < 8; ++i) *at[i] = e[i];
 }
 
 void butterfly_middle(float *x, int32_t q, float r) {
     const int32_t k = q / 2;
-    const float a0 = x[k], a1 = x[q + k], a2 = x[2 * q + k], a3 = x[3 * q + k];
-    const float sum01 = a0 + a1;
-    const float diff32 = a3 - a2;
-    const float plus = (a2 + a3) + (a0 - a1);
-    const float minus = (a2 + a3) - (a0 - a1);
-    x[k] = sum01 + sum01;
-    x[q + k] = diff32 + diff32;
-    x[2 * q + k] = (plus + plus) * r;
-    x[3 * q + k] = (minus + minus) * r;
+    inverse_middle(x[k], x[q + k], x[2 * q + k], x[3 * q + k], r);
 }
 
 }  // namespace
