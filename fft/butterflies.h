@@ -90,4 +90,15 @@ inline void inverse_middle(T &x0, T &x1, T &x2, T &x3, T r) {
     x3 = (minus + minus) * r;
 }
 
+// A general butterfly (forward_k<float> or inverse_k<float>) in place on
+// the block at x.
+template <void (*Butterfly)(float *, const float *)>
+inline void butterfly_k_in_place(float *x, int q, int k, const float *w) {
+    float *at[8] = {x + k, x + q - k, x + q + k, x + 2 * q - k, x + 2 * q + k, x + 3 * q - k, x + 3 * q + k, x + 4 * q - k};
+    float e[8];
+    for (int i = 0; i < 8; ++i) e[i] = *at[i];
+    Butterfly(e, w);
+    for (int i = 0; i < 8; ++i) *at[i] = e[i];
+}
+
 }  // namespace

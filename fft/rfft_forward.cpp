@@ -15,12 +15,8 @@ using vorl::fft::Twiddles;
 void butterfly_zero(float *x, int32_t q) { forward_zero(x[0], x[q], x[2 * q], x[3 * q]); }
 
 void butterfly_k(float *x, int32_t q, int32_t k, const Twiddles &w) {
-    float *at[8] = {x + k, x + q - k, x + q + k, x + 2 * q - k, x + 2 * q + k, x + 3 * q - k, x + 3 * q + k, x + 4 * q - k};
-    float e[8];
-    for (int i = 0; i < 8; ++i) e[i] = *at[i];
     const float t[6] = {w.c1, w.s1, w.c2, w.s2, w.c3, w.s3};
-    forward_k(e, t);
-    for (int i = 0; i < 8; ++i) *at[i] = e[i];
+    butterfly_k_in_place<forward_k<float>>(x, q, k, t);
 }
 
 void butterfly_middle(float *x, int32_t q, float r) {
