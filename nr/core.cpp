@@ -69,11 +69,12 @@ struct BinRuns {
 void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
     const st_vorl &p = ws->st_vorl_work;
     const st_vorlc &pc = ws->st_vorlc_work;
-    const int wind_end = p.wind_nr_proc_freq < kBins ? p.wind_nr_proc_freq : kBins;
+    // The bin limits are bytes, so every range ends inside the 256 bins.
+    const int wind_end = p.wind_nr_proc_freq;
     std::fill(r.over_est, r.over_est + wind_end, oe_wind);
     std::fill(r.over_est + wind_end, r.over_est + kBins, oe);
     std::fill(r.processed, r.processed + kBins, 0.0f);
-    const int proc_end = p.nr_proc_max_freq_bin < kBins ? p.nr_proc_max_freq_bin + 1 : kBins;
+    const int proc_end = p.nr_proc_max_freq_bin + 1;
     if (p.nr_proc_min_freq_bin < proc_end)
         std::fill(r.processed + p.nr_proc_min_freq_bin, r.processed + proc_end, 1.0f);
     // Band by band: the counter moves on after the bin that equals its
@@ -110,7 +111,7 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     for (int i = p.zspec_comp_max_freq + 1; i < kBins; ++i)
         r.zoom_coef[0][i] = r.zoom_coef[1][i] = p.zspec_comp_replace_value;
     float control = 0.0f;
-    for (int i = pc.nr_ctrl_freq_sp; i <= pc.nr_ctrl_freq_ep && i < kBins; ++i) control = control + ws->diff_pow[i];
+    for (int i = pc.nr_ctrl_freq_sp; i <= pc.nr_ctrl_freq_ep; ++i) control = control + ws->diff_pow[i];
     r.total_pow = total;
     r.control_pow = control;
 }
