@@ -9,21 +9,17 @@ namespace vorl::fft {
 
 // sqrt(1/2) one unit in the last place above its float rounding
 // (0x3F3504F4); both directions' middle butterflies use this value.
-inline float middle_constant() {
-    const uint32_t bits = 0x3F3504F4u;
-    float r;
-    std::memcpy(&r, &bits, sizeof r);
-    return r;
-}
+constexpr float middle_constant() { return 0x1.6a09e8p-1f; }
 
 // Twiddles (c1,s1), (c2,s2), (c3,s3) for k = 1, 2, ... of one stage, by
 // angle-addition from the seed (cos theta, sin theta), theta = 2 pi / L.
 class Twiddles {
   public:
-    Twiddles(float c_theta, float s_theta) : ct_(c_theta), st_(s_theta), c1(c_theta), s1(s_theta) {
+    constexpr Twiddles(float c_theta, float s_theta)
+        : ct_(c_theta), st_(s_theta), c1(c_theta), s1(s_theta), c2(0), s2(0), c3(0), s3(0) {
         derive();
     }
-    void next() {
+    constexpr void next() {
         const float c = ct_ * c1 - st_ * s1;
         const float s = ct_ * s1 + st_ * c1;
         c1 = c;
@@ -32,7 +28,7 @@ class Twiddles {
     }
 
   private:
-    void derive() {
+    constexpr void derive() {
         c2 = c1 * c1 - s1 * s1;  // double angle
         s2 = s1 * (c1 + c1);
         c3 = c1 * c2 - s1 * s2;  // triple angle

@@ -11,7 +11,7 @@ struct TwiddleTable {
     float middle;  // the middle butterflies' constant
 };
 
-// Built on first use from the library's seed table (pairs 1..3).
+// Built while compiling from the seed pairs 1..3 of the library's seed table.
 const TwiddleTable &twiddles_512();
 
 // Whether seeds (a seed table as inst->p_ifft_tbl gives it) hold the pairs

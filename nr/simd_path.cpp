@@ -57,8 +57,15 @@ const Kernels *kernels(Path p) {
 }
 
 Path active_path() {
-    static const Path chosen = choose();
-    return chosen;
+    // Chosen once; threads that race here all choose the same. A plain
+    // atomic, not a guarded static, keeps the library free of the C++ runtime.
+    static int chosen = -1;
+    int path = __atomic_load_n(&chosen, __ATOMIC_RELAXED);
+    if (path < 0) {
+        path = static_cast<int>(choose());
+        __atomic_store_n(&chosen, path, __ATOMIC_RELAXED);
+    }
+    return static_cast<Path>(path);
 }
 
 const char *path_name(Path p) {

@@ -20,3 +20,9 @@ foreach(n IN LISTS names)
     message(FATAL_ERROR "mangled symbol exported: ${n}")
   endif()
 endforeach()
+
+# Hosts link a C library: it needs nothing of the C++ runtime.
+execute_process(COMMAND nm -D --undefined-only ${LIB} OUTPUT_VARIABLE needed)
+if(needed MATCHES "([A-Za-z0-9_]+@(CXXABI|GLIBCXX)[0-9_.]*)")
+  message(FATAL_ERROR "the library needs the C++ runtime (${CMAKE_MATCH_1})")
+endif()

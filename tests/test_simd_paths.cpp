@@ -76,6 +76,7 @@ TEST(SimdPaths, TwiddleTableIsTheRecurrence) {
         }
     }
     EXPECT_TRUE(same_bits(t.middle, vorl::fft::middle_constant()));
+    EXPECT_TRUE(vorl::fft::has_table_seeds(seeds));  // the engine's seeds take the table
 }
 
 TEST(SimdPaths, TransformsMatchTheScalarPathInBothDirections) {
