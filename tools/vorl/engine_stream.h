@@ -30,6 +30,10 @@ public:
     // frames pushed, before the DC cut).
     void mix(double strength, Sink removed);
 
+    // Before the first push: prime the session with the recording's first
+    // blocks (HostSession::prime) once they have arrived.
+    void prime_at_start() { prime_ = true; }
+
     void push(const int16_t *interleaved, std::size_t frames);  // any amount
     void finish();  // the input has ended
 
@@ -41,11 +45,12 @@ public:
 
 private:
     void run_chunk(bool at_end);
+    void prime_session(const int16_t *chunk_in);
 
     HostSession &session_;
     const DriveSchedule &drive_;
     int rate_;
-    bool dc_cut_, raw_;
+    bool dc_cut_, raw_, prime_ = false;
     Sink sink_, removed_sink_;
     std::unique_ptr<RemovalMix> mix_;
     VORLDcCutState dc_{};
