@@ -12,14 +12,14 @@ def test_process_is_the_tools_output(demo, tmp_path):
     assert audio.dtype == np.int16 and audio.shape[1] == 2 and rate == 48000
     drive = vorl.read_drive(demo / "drive.txt")
 
-    run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse", "-q")
+    run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse", "--no-prime", "-q")
     out = vorl.process(audio, drive, pulse=True)
     assert np.array_equal(out, vorl.read_audio(tmp_path / "tool.wav")[0])
 
     # Ranges in seconds, a table file and the DC cut, as the tool takes them.
     run_tool("table", "new", tmp_path / "t.tbl")
     run_tool("process", demo / "noisy.wav", tmp_path / "ranges.wav", "--zoom-in", "2-4", "--zoom-out", "6-7.6",
-             "--wind", "10-15.5", "--table", tmp_path / "t.tbl", "--dc-cut", "-q")
+             "--wind", "10-15.5", "--table", tmp_path / "t.tbl", "--dc-cut", "--no-prime", "-q")
     words = vorl.drive_from_ranges(len(audio) + vorl.DELAY_FRAMES, rate, zoom_in=[(2, 4)], zoom_out=[(6, 7.6)],
                                    wind=[(10, 15.5)])
     out, gains = vorl.process(audio, words, vorl.read_table(tmp_path / "t.tbl"), dc_cut=True, gains=True)

@@ -26,8 +26,8 @@ same() {
     fi
 }
 
-"$tool" process in.wav zoom.wav --zoom-in 0-1000 -q && ff -i zoom.wav -f s16le zoom.raw
-"$tool" process in.wav pulse.wav --zoom-in 0-1000 --pulse -q && ff -i pulse.wav -f s16le pulse.raw
+"$tool" process in.wav zoom.wav --zoom-in 0-1000 --no-prime -q && ff -i zoom.wav -f s16le zoom.raw
+"$tool" process in.wav pulse.wav --zoom-in 0-1000 --pulse --no-prime -q && ff -i pulse.wav -f s16le pulse.raw
 same "" "zoom=1" zoom.raw 768                                  # ffmpeg's own block size
 same "asetnsamples=n=1," "zoom=1" zoom.raw 768                 # one frame per call
 same "asetnsamples=n=1000," "zoom=1|pulse=1" pulse.raw 1024    # click filter: one block more
