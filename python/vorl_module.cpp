@@ -65,7 +65,7 @@ std::vector<vorl::DriveWords> words_of(const py::object &drive) {
 // is the gain of the frame made of input blocks b and b+1, centred on input
 // frame 256*(b+1).
 py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
-                   double strength, bool gains) {
+                   double strength, bool prime, bool gains) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
     if (!(strength >= 0.0 && strength <= 1.0)) throw py::value_error("strength must be between 0 and 1");
     const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
@@ -84,6 +84,7 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
             next = std::copy(s, s + 2 * n, next);
         });
         if (strength < 1.0) stream.mix(strength, nullptr);
+        if (prime) stream.prime_at_start();
         // The frame the library analyses with block b holds input blocks b-3 and b-2.
         if (gains)
             stream.after_each_block([&](int64_t b) {
@@ -182,7 +183,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.attr("DELAY_FRAMES") = kDelay;
     m.attr("TABLE_BYTES") = sizeof(st_vorl_tbl);
     m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
-          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("gains") = false);
+          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("prime") = true, py::arg("gains") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);

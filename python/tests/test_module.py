@@ -13,8 +13,8 @@ def test_process_is_the_tools_output(demo, tmp_path):
     drive = vorl.read_drive(demo / "drive.txt")
 
     run_tool("process", demo / "noisy.wav", tmp_path / "tool.wav", "--drive", demo / "drive.txt", "--pulse",
-             "--strength", "0.6", "-q")
-    out = vorl.process(audio, drive, pulse=True, strength=0.6)
+             "--strength", "0.6", "--no-prime", "-q")
+    out = vorl.process(audio, drive, pulse=True, strength=0.6, prime=False)
     assert np.array_equal(out, vorl.read_audio(tmp_path / "tool.wav")[0])
 
     # No drive state: the tool detects the drives, and so does vorl.detect.
@@ -27,10 +27,11 @@ def test_process_is_the_tools_output(demo, tmp_path):
     # Ranges in seconds, a table file and the DC cut, as the tool takes them.
     run_tool("table", "new", tmp_path / "t.tbl")
     run_tool("process", demo / "noisy.wav", tmp_path / "ranges.wav", "--zoom-in", "2-4", "--zoom-out", "6-7.6",
-             "--wind", "10-15.5", "--table", tmp_path / "t.tbl", "--dc-cut", "-q")
+             "--wind", "10-15.5", "--table", tmp_path / "t.tbl", "--dc-cut", "--no-prime", "-q")
     words = vorl.drive_from_ranges(len(audio) + vorl.DELAY_FRAMES, rate, zoom_in=[(2, 4)], zoom_out=[(6, 7.6)],
                                    wind=[(10, 15.5)])
-    out, gains = vorl.process(audio, words, vorl.read_table(tmp_path / "t.tbl"), dc_cut=True, gains=True)
+    out, gains = vorl.process(audio, words, vorl.read_table(tmp_path / "t.tbl"), dc_cut=True, gains=True,
+                        prime=False)
     assert np.array_equal(out, vorl.read_audio(tmp_path / "ranges.wav")[0])
     assert gains.shape == (-(-len(audio) // 256), 2, 256)
     # The gain is a suppression gain: at most 1, and lower while the zoom runs.

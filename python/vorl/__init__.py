@@ -27,13 +27,14 @@ __all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "process", "r
            "table_to_json", "table_from_json", "table_to_dict", "table_from_dict", "detect", "fit"]
 
 
-def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False):
+def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False, prime=True):
     """Runs `audio` (int16, shape (frames, 2)) through the library as
     ``vorl process`` does and returns the time-aligned output, bit for bit
     the tool's. `drive`: drive words per block, shape (blocks, 3), columns
     zoom (0 idle, 1 zoom-in, 2 zoom-out), af, wind; blocks past its end are
     idle. `table`: table bytes (default: the built-in table). `pulse`,
-    `dc_cut` and `strength` are the tool's --pulse, --dc-cut and --strength.
+    `dc_cut` and `strength` are the tool's --pulse, --dc-cut and --strength;
+    prime=False is its --no-prime.
 
     With gains=True also returns the suppression gain per block, shape
     (blocks, 2, 256) (channel, bin; bin k is k * rate / 512 Hz): gains[b] is
@@ -42,7 +43,7 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     audio = np.asarray(audio)
     if audio.dtype != np.int16:
         raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
-    return _vorl.process(audio, drive, table, pulse, dc_cut, strength, gains)
+    return _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains)
 
 
 def read_audio(path):

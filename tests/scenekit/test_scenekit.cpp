@@ -70,20 +70,25 @@ TEST(SceneKit, PartsAddUpAndWordsCoverTheNoise) {
     EXPECT_GT(af_blocks, 6);
 }
 
-// The library with the true words removes drive noise without touching the
-// rest (a misaligned output would show as distortion outside drives), and
-// the oracle, which knows the noise, does better.
-TEST(SceneKit, EvaluationOfTheBuiltInTable) {
+// The built-in table's quality on a held-out scene (camera and seed it was
+// not tuned on), pinned with a small margin: a change to the table, the
+// tool's session or the library that loses quality fails here. The oracle,
+// which knows the noise, does better; a misaligned output would show as
+// change outside drives; without priming the gain fades in at the start.
+TEST(SceneKit, BuiltInTableQualityOnAHeldOutScene) {
     const st_vorl_tbl table = vorl::default_table();
-    const Scene s = make_scene({SceneType::music, 1, 3}, 10.0);
+    const Scene s = make_scene({SceneType::music, 9, 1000}, 10.0);
     const SceneResult r = evaluate(s, table, s.words);
-    EXPECT_GT(r.library.drives.attenuation_db(), 6.0);
+    EXPECT_GE(r.library.drives.attenuation_db(), 4.8);  // 5.11 dB when pinned
     EXPECT_GT(r.oracle.drives.attenuation_db(), r.library.drives.attenuation_db());
-    EXPECT_LT(r.library.outside.difference_db(), -35.0);
+    EXPECT_LE(r.library.outside.difference_db(), -52.5);  // -53.39 dB
     EXPECT_NEAR(r.library.outside.level_change_db(), 0.0, 0.05);
+    const SceneResult unprimed = evaluate(s, table, s.words, false);
+    EXPECT_GT(unprimed.library.outside.difference_db(), r.library.outside.difference_db() + 1.0);
     // Without drive words the library leaves the recording as it is.
     const SceneResult idle = evaluate(s, table, {});
     EXPECT_NEAR(idle.library.drives.attenuation_db(), 0.0, 0.1);
+    EXPECT_LT(idle.library.outside.difference_db(), -80.0);
 }
 
 }  // namespace

@@ -118,15 +118,16 @@ TEST(TableRules, CurveCheckAgreesWithTheLibrary) {
 }
 
 // The shipped division table: no clamp for any power a 16-bit frame can
-// produce, and two Newton steps accurate to 1e-3 for 2^-10 < x <= 2^0.
+// produce, and two Newton steps accurate to (1/3)^4 = 1.23 % for every
+// power from 2^-10 up (loud whine bins included).
 TEST(TableRules, DefaultDivisionTableAccuracy) {
     const st_vorl_tbl t = default_table();
     const float *s = t.st_vorl.div_search_tbl_f;
     EXPECT_GE(s[0], 106243.0f);  // (sum of the analysis window)^2 = cot^2(pi/1024): full-scale DC
-    for (double e = -10.0 + 1.0 / 64; e <= 0.0; e += 1.0 / 64) {
+    for (double e = -10.0 + 1.0 / 64; e <= 17.0; e += 1.0 / 64) {
         float x = static_cast<float>(std::exp2(e));
         const float r = sound_vorl_recip(&x, 2, &t.st_vorl);
-        EXPECT_NEAR(static_cast<double>(r) * std::exp2(e), 1.0, 1e-3) << "x = 2^" << e;
+        EXPECT_NEAR(static_cast<double>(r) * std::exp2(e), 1.0, 0.0124) << "x = 2^" << e;
     }
 }
 

@@ -31,7 +31,7 @@ double bin_power(const float *buf, std::size_t k) {
 
 }  // namespace
 
-Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words) {
+Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words, bool prime) {
     vorl::HostSession session(table, "evaluated table");
     for (const DriveWords &w : words)
         if (w.af != 0) {
@@ -39,6 +39,7 @@ Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<Drive
             break;
         }
     const std::size_t frames = in.size() / 2, delay = VORL_DELAY_FRAMES;
+    if (prime) session.prime(in.data(), frames, words.empty() ? DriveWords{} : words[0]);  // as vorl process does
     const std::size_t blocks = (frames + kBlock - 1) / kBlock + delay / kBlock;
     Pcm out(in.size());
     int16_t block_in[2 * kBlock], block_out[2 * kBlock];
@@ -97,8 +98,9 @@ Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words) {
     return out;
 }
 
-SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words) {
-    const Pcm processed = run_library(table, scene.noisy, words);
+SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words,
+                     bool prime) {
+    const Pcm processed = run_library(table, scene.noisy, words, prime);
     const Pcm ideal = oracle(scene, scene.words);
     auto truth = [&](std::size_t b) { return b < scene.words.size() ? scene.words[b] : DriveWords{}; };
     return {vorl::measure_drives(scene.clean.data(), scene.noisy.data(), processed.data(), scene.frames(), truth),

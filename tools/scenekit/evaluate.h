@@ -14,9 +14,10 @@ namespace scenekit {
 
 // One library instance per call (the tool's host session, autofocus words
 // switching the "AF" template when any is set, as in "vorl process");
-// `words[b]` goes with input block b (blocks past the end are idle).
+// `words[b]` goes with input block b (blocks past the end are idle); the
+// session is primed with the recording's start unless `prime` is false.
 // Returns the output time-aligned with `in`, of its length.
-Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words);
+Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words, bool prime = true);
 
 // The oracle: per channel and bin the Wiener gain |S|^2 / (|S|^2 + |N|^2) of
 // the true content S and noise N (noisy - clean), on the engine's framing
@@ -33,6 +34,7 @@ struct SceneResult {
 
 // Both runs on one scene; the library gets `words` (the true words or a
 // detector's), the measurement and the oracle use the scene's true words.
-SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words);
+SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words,
+                     bool prime = true);
 
 }  // namespace scenekit

@@ -18,7 +18,7 @@ using scenekit::DriveWords;
 using scenekit::SceneResult;
 
 const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--types LIST] [--cameras LIST] [--seeds LIST]
-                 [--seconds S] [--drive-dir DIR | --detect] [--per-scene]
+                 [--seconds S] [--drive-dir DIR | --detect] [--per-scene] [--no-prime]
 
 Generates each scene of the selection, processes its noisy recording with
 the library exactly as "vorl process" does (time-aligned), and with the
@@ -47,6 +47,9 @@ the scene's true words.
                    words and (true) with the true ones, the level change
                    with the detected words, and the F1 of wind blocks
   --per-scene      also one line per scene
+  --no-prime       do not prime the library with the recording's start (as
+                   vorl process --no-prime): its gain fades in over the
+                   first blocks
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
@@ -114,7 +117,7 @@ void print_row(const std::string &label, const Totals &t, bool detect) {
 int main(int argc, char **argv) {
     using namespace scenekit;
     const Args args = parse_args(argc, argv, {"table", "types", "cameras", "seeds", "seconds", "drive-dir"},
-                                 {"per-scene", "detect"}, kUsage);
+                                 {"per-scene", "detect", "no-prime"}, kUsage);
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
     const bool detect = args.has("detect"), per_scene = args.has("per-scene");
     if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
@@ -131,11 +134,12 @@ int main(int argc, char **argv) {
                 for (std::size_t b = 0; b < words.size(); ++b) words[b] = given.at(static_cast<int64_t>(b), kSampleRate);
             }
             if (detect) words = vorl::detect_drives(scene.noisy.data(), scene.frames(), args.has("table") ? &table : nullptr);
+            const bool prime = !args.has("no-prime");
             Totals one;
             one.scenes = 1;
-            one.given = evaluate(scene, table, words);
+            one.given = evaluate(scene, table, words, prime);
             if (detect) {
-                const Pcm truth_run = run_library(table, scene.noisy, scene.words);
+                const Pcm truth_run = run_library(table, scene.noisy, scene.words, prime);
                 one.true_words = vorl::measure_drives(scene.clean.data(), scene.noisy.data(), truth_run.data(),
                                                       scene.frames(), [&](std::size_t b) { return scene.words[b]; });
                 one.add_detection(scene.words, words);

@@ -40,8 +40,19 @@ void EngineStream::push(const int16_t *in, std::size_t frames) {
 
 void EngineStream::finish() { run_chunk(true); }
 
+void EngineStream::prime_session(const int16_t *chunk_in) {
+    // What the library will be given: the first blocks, DC-cut from rest.
+    const std::size_t frames = std::min(filled_, HostSession::kPrimeBlocks * kBlock);
+    std::vector<int16_t> start(chunk_in, chunk_in + 2 * frames);
+    VORLDcCutState dc{};
+    VORLDcCutInit(&dc);
+    if (dc_cut_) VORLDcCutProc(start.data(), &dc, static_cast<uint32_t>(frames));
+    session_.prime(start.data(), frames, drive_.at(0, rate_));
+}
+
 void EngineStream::run_chunk(bool at_end) {
     int16_t *const chunk_in = seen_.data() + 2 * kDelay;
+    if (prime_ && blocks_ == 0) prime_session(chunk_in);
     std::size_t chunk_blocks = (filled_ + kBlock - 1) / kBlock;
     if (at_end && !raw_) chunk_blocks += kDelay / kBlock;
     std::fill(chunk_in + 2 * filled_, chunk_in + 2 * chunk_blocks * kBlock, int16_t{0});

@@ -34,6 +34,10 @@ public:
     // looking into the session's workspace, e.g. the gains).
     void after_each_block(std::function<void(int64_t block)> hook) { after_block_ = std::move(hook); }
 
+    // Before the first push: prime the session with the recording's first
+    // blocks (HostSession::prime) once they have arrived.
+    void prime_at_start() { prime_ = true; }
+
     void push(const int16_t *interleaved, std::size_t frames);  // any amount
     void finish();  // the input has ended
 
@@ -45,11 +49,12 @@ public:
 
 private:
     void run_chunk(bool at_end);
+    void prime_session(const int16_t *chunk_in);
 
     HostSession &session_;
     const DriveSchedule &drive_;
     int rate_;
-    bool dc_cut_, raw_;
+    bool dc_cut_, raw_, prime_ = false;
     Sink sink_, removed_sink_;
     std::function<void(int64_t)> after_block_;
     std::unique_ptr<RemovalMix> mix_;

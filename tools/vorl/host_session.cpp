@@ -51,6 +51,20 @@ void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &dri
     std::memcpy(out, res_.p_out, VORL_BLOCK_FRAMES * 2 * sizeof(int16_t));
 }
 
+void HostSession::prime(const int16_t *in, std::size_t frames, const DriveWords &drive) {
+    int16_t block[2 * VORL_BLOCK_FRAMES], out[2 * VORL_BLOCK_FRAMES];
+    for (std::size_t b = 0; b < kPrimeBlocks; ++b) {
+        for (std::size_t i = 0; i < 2 * VORL_BLOCK_FRAMES; ++i) {
+            const std::size_t at = 2 * b * VORL_BLOCK_FRAMES + i;
+            block[i] = at < 2 * frames ? in[at] : int16_t{0};
+        }
+        process(block, out, drive);
+    }
+    const uint32_t pulse = work().pulse_proc_flag;
+    VORLInitialize(&res_);  // rings and output area only; the engine's state stays
+    work().pulse_proc_flag = pulse;
+}
+
 uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }
 
 const st_vorl &HostSession::working_parameters() const { return work().ws.st_vorl_work; }

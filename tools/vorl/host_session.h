@@ -33,6 +33,17 @@ public:
     // frames earlier out. `drive` describes the block handed in.
     void process(const int16_t *in, int16_t *out, const DriveWords &drive);
 
+    // Before the first block: runs the recording's first kPrimeBlocks
+    // blocks (interleaved, `frames` of them available; silence after) with
+    // `drive`, the first block's words, then clears the input rings and the
+    // output area again (VORLInitialize). The gain memory then starts where
+    // the recording starts instead of at 0, so the first 20 ms no longer
+    // fade in; the blocks processed afterwards are the library's own
+    // results from that state. The learning and control counters advance
+    // too: a learning run should not prime.
+    void prime(const int16_t *interleaved, std::size_t frames, const DriveWords &drive);
+    static constexpr std::size_t kPrimeBlocks = 16;
+
     // From now on each block's autofocus word switches the table's "AF"
     // background template: on in autofocus blocks, off in other blocks
     // without zoom drive. Without this call the table's own setting holds.

@@ -153,6 +153,14 @@ Processing:
   --pulse             run the library's click (pulse) filter on the input
   --dc-cut            run the DC-cut high-pass (35.7 Hz at 48 kHz) on the
                       input before the noise reducer
+  --no-prime          give the library's plain output at the start: by
+                      default the library is first run over the opening
+                      blocks (with the first block's drive words) and its
+                      input and output cleared again, so that its gain
+                      does not fade in over the first 20 ms; the blocks
+                      after that are processed by the library as always.
+                      A --learn run is never primed (priming would count
+                      towards learning).
   --raw               do not compensate the library's delay: OUT is the raw
                       stream, 768 frames late (its first 768 frames come
                       from silence) and padded to a whole number of blocks
@@ -185,7 +193,7 @@ struct Options {
     AudioEncoding encoding;
     DriveSchedule drive;
     bool drive_given = false, no_detect = false;
-    bool pulse = false, dc_cut = false, raw = false, quiet = false, strict = false, no_resample = false, force = false;
+    bool pulse = false, dc_cut = false, raw = false, prime = true, quiet = false, strict = false, no_resample = false, force = false;
     Replace replace = Replace::Ask;
 };
 
@@ -193,7 +201,7 @@ Options parse(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         cli::parse_args(argc, argv, first,
                         with_drive_options(with_overwrite_options({{"table", true}, {"learn", true}, {"pulse"}, {"dc-cut"}, {"raw"},
-                                            {"no-align"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"},
+                                            {"no-align"}, {"no-prime"}, {"quiet", false, 'q'}, {"type", true, 't'}, {"strict"}, {"no-resample"}, {"force"},
                                             {"audio-codec", true}, {"audio-bitrate", true}, {"strength", true},
                                             {"removed", true}, {"output", true},
                                             {"no-detect"}, {"drive-out", true}})),
@@ -215,6 +223,7 @@ Options parse(int argc, char **argv, int first) {
     o.pulse = args.has("pulse");
     o.dc_cut = args.has("dc-cut");
     o.raw = args.has("raw") || args.has("no-align");
+    o.prime = !args.has("no-prime");
     o.quiet = args.has("quiet");
     o.strict = args.has("strict");
     o.no_resample = args.has("no-resample");
@@ -456,6 +465,7 @@ int run_process(int argc, char **argv, int first) {
         engine.mix(o.strength, o.out_is_removed ? to_out
                                : removed        ? [&](const int16_t *p, std::size_t n) { removed->write(p, n); }
                                                 : EngineStream::Sink());
+    if (o.prime && o.learn.empty()) engine.prime_at_start();
     if (bridge)
         bridge->run(in, engine, progress, kReadFrames);
     else

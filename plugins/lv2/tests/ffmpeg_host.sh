@@ -26,10 +26,10 @@ same() {
     fi
 }
 
-"$tool" process in.wav zoom.wav --zoom-in 0-1000 -q && ff -i zoom.wav -f s16le zoom.raw
-"$tool" process in.wav pulse.wav --zoom-in 0-1000 --pulse -q && ff -i pulse.wav -f s16le pulse.raw
-"$tool" process in.wav part.wav --zoom-in 0-1000 --strength 0.37 -q && ff -i part.wav -f s16le part.raw
-"$tool" process in.wav found.wav -q && ff -i found.wav -f s16le found.raw    # drives detected
+"$tool" process in.wav zoom.wav --zoom-in 0-1000 --no-prime -q && ff -i zoom.wav -f s16le zoom.raw
+"$tool" process in.wav pulse.wav --zoom-in 0-1000 --pulse --no-prime -q && ff -i pulse.wav -f s16le pulse.raw
+"$tool" process in.wav part.wav --zoom-in 0-1000 --strength 0.37 --no-prime -q && ff -i part.wav -f s16le part.raw
+"$tool" process in.wav found.wav --no-prime -q && ff -i found.wav -f s16le found.raw    # drives detected
 same "" "zoom=1" zoom.raw 768                                  # ffmpeg's own block size
 same "asetnsamples=n=1," "zoom=1" zoom.raw 768                 # one frame per call
 same "asetnsamples=n=1000," "zoom=1|pulse=1" pulse.raw 1024    # click filter: one block more
