@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -49,7 +50,16 @@ int run_report(int argc, char **argv, int first) {
     execv(VORL_PYTHON_EXECUTABLE, args.data());
     cli::input_error(std::string("report: cannot run " VORL_PYTHON_EXECUTABLE ": ") + std::strerror(errno));
 #else
-    (void)argc, (void)argv, (void)first;
+    for (int i = first; i < argc; ++i)
+        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
+            std::fputs("usage: vorl report IN [--processed OUT] [--drive FILE] [--table T] DIR\n\n"
+                       "Draws report pictures (spectrograms, removed noise, suppression gain, the\n"
+                       "table's curves) into DIR. This vorl was built without the Python module\n"
+                       "that draws them (pybind11-dev, python3-dev, python3-numpy,\n"
+                       "python3-matplotlib), so the command is not available.\n",
+                       stdout);
+            return cli::kExitOk;
+        }
     cli::input_error("report: this vorl was built without the Python module (needs pybind11-dev, python3-dev, "
                      "python3-numpy, python3-matplotlib)");
 #endif
