@@ -29,7 +29,10 @@ configure() {  # build dir, sanitizer flags, further cmake arguments
 }
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer: whole test suite"
-configure build-asan "-fsanitize=address,undefined -fno-sanitize-recover=all" \
+# The function-type check needs the C++ part of the UBSan runtime, which the
+# C host example (linked as C) does not get; the library's own indirect calls
+# are to its kernel tables, whose types the compiler checks.
+configure build-asan "-fsanitize=address,undefined -fno-sanitize=function -fno-sanitize-recover=all" \
   -DVORL_BUILD_TOOLS="${VORL_SAN_TOOLS:-ON}"
 cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1:check_initialization_order=1:strict_init_order=1 \
