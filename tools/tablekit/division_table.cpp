@@ -7,8 +7,6 @@ namespace vorl::tablekit {
 
 namespace {
 
-constexpr float kTop = 131072.0f;  // 2^17: above the 106,242 of a full-scale frame
-
 // Seeds 2/(S[j] + S[j+1]) (the interval's best); the floor interval gets 1/S[27].
 void fill_seeds(st_vorl &p) {
     for (int j = 0; j < 27; ++j)
