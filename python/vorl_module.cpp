@@ -15,6 +15,7 @@
 #include "engine_stream.h"
 #include "host_session.h"
 #include "table_checksum.h"
+#include "table_curves.h"
 #include "table_json.h"
 #include "table_rules.h"
 #include "table_store.h"
@@ -165,6 +166,31 @@ py::tuple fit_table(const Pcm &audio, const py::object &drive, const py::object 
 
 }  // namespace
 
+// The per-bin curves the engine rebuilds from a table's increments (the
+// table kit's running sums): zoom-noise coefficient [channel][bin] with the
+// fixed value above zspec_comp_max_freq, background templates
+// [template][channel][bin] and the equaliser [bin], both clipped at 0 as
+// the core applies them.
+py::tuple table_curves(const py::object &table) {
+    const st_vorl p = table_of(table).st_vorl;
+    namespace kit = vorl::tablekit;
+    py::array_t<float> coef({py::ssize_t{2}, kBins}), background({py::ssize_t{3}, py::ssize_t{2}, kBins}),
+        equaliser({kBins});
+    auto clipped = [](float v) { return v > 0.0f ? v : 0.0f; };
+    for (int ch = 0; ch < 2; ++ch) {
+        const kit::BinCurve z = kit::zoom_curve(p, ch);
+        for (int i = 0; i < kBins; ++i)
+            coef.mutable_at(ch, i) = i > p.zspec_comp_max_freq ? p.zspec_comp_replace_value : z[i];
+        for (int d = 0; d < 3; ++d) {
+            const kit::BinCurve b = kit::group_curve(p.back_ground_noise[d][ch]);
+            for (int i = 0; i < kBins; ++i) background.mutable_at(d, ch, i) = clipped(b[i]);
+        }
+    }
+    const kit::BinCurve e = kit::group_curve(p.eq_gain);
+    for (int i = 0; i < kBins; ++i) equaliser.mutable_at(i) = clipped(e[i]);
+    return py::make_tuple(coef, background, equaliser);
+}
+
 PYBIND11_MODULE(_vorl, m) {
     m.doc() = "libvorl's native part: processing and the table kit";
     static py::exception<vorl::cli::Failure> error(m, "Error", PyExc_ValueError);
@@ -192,6 +218,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });
     m.def("check_table", &check_table);
+    m.def("table_curves", &table_curves, py::arg("table") = py::none());
     m.def("seal_table", [](const py::bytes &t) {
         st_vorl_tbl table = table_of(t);
         vorl::tablekit::seal(table);

@@ -28,14 +28,14 @@ def test_report_curves_follow_the_running_sums():
     fields = vorl.table_to_dict(vorl.default_table())
     p = fields["st_vorl"]
     p["eq_gain"] = [2.0] + [0.01] * 64                  # 2 at bin 0, rising 0.01 per bin
-    coef, background, equaliser = table_curves(fields)
-    assert equaliser[0] == 2.0 and equaliser[255] == pytest.approx(2.0 + 2.55)
+    coef, background, equaliser = table_curves(vorl.table_from_dict(fields))
+    assert equaliser[0] == 2.0 and equaliser[255] == pytest.approx(2.0 + 2.55, rel=1e-5)  # single precision, as the engine
     ends = np.array(p["zspec_comp_base_bin"])
     # Node values as the plausibility check forms them: the first, then increments times band widths.
     widths = np.diff(ends, prepend=ends[0])
     widths[0] = 1
     node = np.cumsum(np.array(p["zspec_comp_coef_f_LR_d"])[0] * widths)
-    assert coef[0][ends[:40]] == pytest.approx(node[:40], rel=1e-6)   # below the fixed-value edge
+    assert coef[0][ends[:40]] == pytest.approx(node[:40], rel=1e-5)   # below the fixed-value edge
     assert background.shape == (3, 2, 256) and background[0].max() == 0
 
 

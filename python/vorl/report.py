@@ -186,26 +186,16 @@ def plot_gain(plt, gains, drive, spans, rate, path):
     plt.close(fig)
 
 
-def table_curves(fields):
+def table_curves(table):
     """The per-bin curves the engine rebuilds from the table's increments
     (bins 0..255): zoom-noise coefficient [channel], background template
     [direction][channel] (clipped at 0), equaliser gain (clipped at 0)."""
-    p = fields["st_vorl"]
-    bins = np.arange(256)
-    group = -(-bins // 4)                      # bin 0 alone, then groups of four
-    ends = np.array(p["zspec_comp_base_bin"])
-    band = np.minimum(np.searchsorted(ends, bins, side="left"), len(ends) - 1)  # band counter at each bin
-    coef = np.cumsum(np.array(p["zspec_comp_coef_f_LR_d"], dtype=np.float64)[:, band], axis=1)
-    coef[:, bins > p["zspec_comp_max_freq"]] = p["zspec_comp_replace_value"]
-    background = np.maximum(np.cumsum(np.array(p["back_ground_noise"], dtype=np.float64)[:, :, group], axis=2), 0)
-    eq = np.array(p["eq_gain"], dtype=np.float64)
-    equaliser = np.maximum(eq[0] + np.concatenate([[0.0], np.cumsum(eq[group[1:]])]), 0)
-    return coef, background, equaliser
+    return vorl._vorl.table_curves(table)
 
 
-def plot_table(plt, fields, rate, path, title):
-    p = fields["st_vorl"]
-    coef, background, equaliser = table_curves(fields)
+def plot_table(plt, table, rate, path, title):
+    p = vorl.table_to_dict(table)["st_vorl"]
+    coef, background, equaliser = table_curves(table)
     khz = np.arange(256) * rate / 512 / 1000
     ends = np.array(p["zspec_comp_base_bin"])
     coef_max = np.array(p["zspec_comp_coef_f_LR_d_max"], dtype=np.float64)
@@ -247,7 +237,8 @@ def plot_table(plt, fields, rate, path, title):
                     lw=(3.0 if d == 1 else 1.6) if ch == 0 else 1.0, label=f"{direction}, {'left' if ch == 0 else 'right'}")
     ax.set_title("background-noise template per direction" + (f" (empty: {', '.join(empty)})" if empty else ""))
     ax.set_ylabel("noise power (dB, engine scale)")
-    ax.legend(fontsize=8, ncol=2, loc="upper right")
+    if len(empty) < len(names):
+        ax.legend(fontsize=8, ncol=2, loc="upper right")
 
     ax = axes[2]
     ax.plot(khz, 20 * np.log10(np.maximum(equaliser, 1e-5)), color="black", lw=1.4)
@@ -295,7 +286,7 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
                       paths["spectrograms"], (f"input: {noisy_name}", after_title))
     plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
     plot_gain(plt, gains, words, spans, rate, paths["gain"])
-    plot_table(plt, vorl.table_to_dict(table or vorl.default_table()), RATE_TUNED, paths["table"],
+    plot_table(plt, table or vorl.default_table(), RATE_TUNED, paths["table"],
                f"tuning table: {os.path.basename(table_path) if table_path else 'built-in'}")
     return paths
 
