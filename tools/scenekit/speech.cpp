@@ -1,6 +1,12 @@
 #include "speech.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -34,6 +40,30 @@ const int kSentenceCount = sizeof kSentences / sizeof kSentences[0];
 
 namespace {
 
+bool write_all(int fd, const void *data, std::size_t bytes) {
+    const char *p = static_cast<const char *>(data);
+    while (bytes > 0) {
+        const ssize_t n = write(fd, p, bytes);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        bytes -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool read_all(int fd, void *data, std::size_t bytes) {
+    char *p = static_cast<char *>(data);
+    while (bytes > 0) {
+        const ssize_t n = read(fd, p, bytes);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        bytes -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
 std::vector<short> g_samples;  // filled by the synthesis callback
 
 int collect(short *wav, int count, espeak_EVENT *) {
@@ -41,25 +71,64 @@ int collect(short *wav, int count, espeak_EVENT *) {
     return 0;
 }
 
-int engine_rate() {
-    static const int rate = [] {
-        const int r = espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, nullptr, espeakINITIALIZE_DONT_EXIT);
-        if (r > 0) espeak_SetSynthCallback(collect);
-        return r;
-    }();
-    if (rate <= 0) throw SpeechError("espeak-ng: cannot initialise the speech synthesiser (is espeak-ng-data installed?)");
-    return rate;
+// In the child: synthesises and writes the engine's rate (0 when it cannot
+// start, -1 for an unknown voice, -2 when synthesis fails), the sample count and the samples to `fd`.
+[[noreturn]] void synthesise_into(int fd, const std::string &voice, const std::string &text, int wpm) {
+    int rate = espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, nullptr, espeakINITIALIZE_DONT_EXIT);
+    if (rate > 0) {
+        espeak_SetSynthCallback(collect);
+        if (espeak_SetVoiceByName(voice.c_str()) != EE_OK) rate = -1;
+    }
+    if (rate > 0) {
+        espeak_SetParameter(espeakRATE, wpm, 0);
+        if (espeak_Synth(text.c_str(), text.size() + 1, 0, POS_CHARACTER, 0, espeakCHARS_UTF8, nullptr, nullptr) !=
+                EE_OK ||
+            espeak_Synchronize() != EE_OK)
+            rate = -2;
+    }
+    const uint64_t count = rate > 0 ? g_samples.size() : 0;
+    bool ok = write_all(fd, &rate, sizeof rate) && write_all(fd, &count, sizeof count) &&
+              write_all(fd, g_samples.data(), count * sizeof(short));
+    _exit(ok ? 0 : 1);
+}
+
+// espeak-ng carries state from one synthesis to the next (another voice
+// spoken before changes the samples, even their number), and a scene must
+// not depend on what was spoken before it: each phrase is synthesised by a
+// fresh engine in a child process.
+std::vector<short> spoken(const std::string &voice, const std::string &text, int wpm, int &rate) {
+    int fds[2];
+    if (pipe(fds) != 0) throw SpeechError(std::string("espeak-ng: pipe: ") + std::strerror(errno));
+    const pid_t child = fork();
+    if (child < 0) throw SpeechError(std::string("espeak-ng: fork: ") + std::strerror(errno));
+    if (child == 0) {
+        close(fds[0]);
+        synthesise_into(fds[1], voice, text, wpm);
+    }
+    close(fds[1]);
+    uint64_t count = 0;
+    rate = 0;
+    std::vector<short> samples;
+    bool ok = read_all(fds[0], &rate, sizeof rate) && read_all(fds[0], &count, sizeof count) && count < (1u << 28);
+    if (ok) {
+        samples.resize(count);
+        ok = read_all(fds[0], samples.data(), count * sizeof(short));
+    }
+    close(fds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (rate == -1) throw SpeechError("espeak-ng: voice \"" + voice + "\" not available");
+    if (rate == 0 && ok)
+        throw SpeechError("espeak-ng: cannot initialise the speech synthesiser (is espeak-ng-data installed?)");
+    if (!ok || !WIFEXITED(status) || WEXITSTATUS(status) != 0 || samples.empty())
+        throw SpeechError("espeak-ng: synthesis failed for voice \"" + voice + "\"");
+    return samples;
 }
 
 Signal synthesise(const std::string &voice, const std::string &text, int wpm) {
-    const int rate = engine_rate();
-    if (espeak_SetVoiceByName(voice.c_str()) != EE_OK) throw SpeechError("espeak-ng: voice \"" + voice + "\" not available");
-    espeak_SetParameter(espeakRATE, wpm, 0);
-    g_samples.clear();
-    if (espeak_Synth(text.c_str(), text.size() + 1, 0, POS_CHARACTER, 0, espeakCHARS_UTF8, nullptr, nullptr) != EE_OK ||
-        espeak_Synchronize() != EE_OK || g_samples.empty())
-        throw SpeechError("espeak-ng: synthesis failed for voice \"" + voice + "\"");
-    std::vector<double> in(g_samples.begin(), g_samples.end());
+    int rate = 0;
+    const std::vector<short> samples = spoken(voice, text, wpm, rate);
+    std::vector<double> in(samples.begin(), samples.end());
     double peak = 0.0;
     for (double v : in) peak = std::max(peak, std::fabs(v));
     for (double &v : in) v *= 0.5 / peak;
