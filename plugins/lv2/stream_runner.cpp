@@ -66,14 +66,20 @@ void StreamRunner::restart() {
     dry_ = input_[kSlots - 1];  // silent: the last slot is first written much later
     std::fill(std::begin(words_), std::end(words_), Controls{});
     detector_ = DriveDetector(&table_);
+    onset_.reset();
 }
 
 int StreamRunner::lag() const { return detect_ ? DriveDetector::kLatencyBlocks + 1 : pulse_ ? 1 : 0; }
 
 uint32_t StreamRunner::latency() const { return VORL_DELAY_FRAMES + static_cast<uint32_t>(lag() * kBlock); }
 
-void StreamRunner::enter_library(const Controls &words) {
-    if (words.af != 0) follow_af_ = true;  // as the tool: af words switch the "AF" template
+void StreamRunner::enter_library(const Controls &c) {
+    if (c.af != 0) follow_af_ = true;  // as the tool: af words switch the "AF" template
+    DriveWords recorded;
+    recorded.zoom = c.zoom;
+    recorded.af = c.af;
+    recorded.wind = c.wind;
+    const DriveWords words = onset_.next(recorded);
     VORLSetDriveState(&res_, words.zoom, words.af, words.wind);
     if (follow_af_) VORLSetAfTemplate(&res_, words.af != 0 ? 1u : 0u);
     VORLEnterLibrary(&res_);

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "drive_detector.h"
+#include "drive_onset.h"
 #include "vorl.h"
 
 namespace vorl::lv2 {
@@ -80,6 +81,7 @@ private:
     bool pulse_ = false;           // click filter in this stream
     bool detect_ = false;          // detector's words in this stream
     DriveDetector detector_;
+    DriveOnsetDelay onset_;  // as the tool hands drive words
     bool follow_af_ = false;       // an autofocus word has been seen
     int64_t block_ = 0;            // index of the block being filled
     int pos_ = 0;                  // frames of it filled so far

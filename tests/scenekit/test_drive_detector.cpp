@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "drive_detector.h"
+#include "drive_onset.h"
 #include "scene.h"
 
 namespace scenekit {
@@ -93,3 +94,28 @@ TEST(DriveDetector, StreamingGivesTheOfflineWordsAfterItsLatency) {
 
 }  // namespace
 }  // namespace scenekit
+
+namespace vorl {
+namespace {
+
+// A drive reaches the library three blocks late with the words it started
+// with, leaves on time, and a drive too short to outlast the delay never
+// arrives; wind is never delayed.
+TEST(DriveOnsetDelay, DelaysTheStartOnlyAndKeepsWindOnTime) {
+    std::vector<DriveWords> recorded(30);
+    for (int b = 4; b < 14; ++b) recorded[b].zoom = b < 9 ? 2 : 1;  // direction turns at block 9
+    for (int b = 20; b < 23; ++b) recorded[b].af = 7;               // three-block autofocus tap
+    for (int b = 2; b < 6; ++b) recorded[b].wind = 1;
+    DriveOnsetDelay onset;
+    for (int b = 0; b < 30; ++b) {
+        const DriveWords h = onset.next(recorded[b]);
+        EXPECT_EQ(h.zoom, b >= 7 && b < 14 ? (b < 12 ? 2u : 1u) : 0u) << b;
+        EXPECT_EQ(h.af, 0u) << b;
+        EXPECT_EQ(h.wind, recorded[b].wind) << b;
+    }
+    onset.reset();
+    EXPECT_EQ(onset.next(recorded[8]).zoom, 0u);  // history forgotten
+}
+
+}  // namespace
+}  // namespace vorl

@@ -40,7 +40,8 @@ HostSession::HostSession(const st_vorl_tbl &table, const std::string &table_name
 VORLWorkArea &HostSession::work() { return *static_cast<VORLWorkArea *>(res_.p_work); }
 const VORLWorkArea &HostSession::work() const { return *static_cast<const VORLWorkArea *>(res_.p_work); }
 
-void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &drive) {
+void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &recorded) {
+    const DriveWords drive = onset_.next(recorded);
     VORLSetDriveState(&res_, drive.zoom, drive.af, drive.wind);
     if (follow_af_) VORLSetAfTemplate(&res_, drive.af != 0 ? 1u : 0u);
     for (std::size_t i = 0; i < VORL_BLOCK_FRAMES; ++i) {
@@ -63,6 +64,7 @@ void HostSession::prime(const int16_t *in, std::size_t frames, const DriveWords 
     const uint32_t pulse = work().pulse_proc_flag;
     VORLInitialize(&res_);  // rings and output area only; the engine's state stays
     work().pulse_proc_flag = pulse;
+    onset_.reset();
 }
 
 uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "drive_onset.h"
 #include "drive_schedule.h"
 #include "pending_file.h"
 #include "table_rules.h"
@@ -30,8 +31,9 @@ public:
     HostSession &operator=(const HostSession &) = delete;
 
     // One block: 256 interleaved stereo frames in, the block finished 768
-    // frames earlier out. `drive` describes the block handed in.
-    void process(const int16_t *in, int16_t *out, const DriveWords &drive);
+    // frames earlier out. `recorded` describes the block handed in; the
+    // library gets it through a DriveOnsetDelay (drive_onset.h).
+    void process(const int16_t *in, int16_t *out, const DriveWords &recorded);
 
     // Before the first block: runs the recording's first kPrimeBlocks
     // blocks (interleaved, `frames` of them available; silence after) with
@@ -81,6 +83,7 @@ private:
     std::vector<uint64_t> storage_;  // 8-byte aligned work area
     VORLResource res_{};
     bool follow_af_ = false;
+    DriveOnsetDelay onset_;
 };
 
 }  // namespace vorl

@@ -42,7 +42,8 @@ std::vector<int16_t> signal() {
     return s;
 }
 
-// The library through its host interface, zoom drive on, raw stream.
+// The library through its host interface, zoom drive on from the start,
+// raw stream. A drive reaches the library three blocks after it starts.
 std::vector<int16_t> library_output(const std::string &table_path) {
     VORLResource res{};
     VORLGetResourceSize(&res);
@@ -52,10 +53,10 @@ std::vector<int16_t> library_output(const std::string &table_path) {
     VORLGetResourceInfo(&res);
     VORLInitialize(&res);
     EXPECT_EQ(VORLPreProcess(&res), VORL_OK);
-    VORLSetDriveState(&res, 1, 0, 0);
     const std::vector<int16_t> in = signal();
     std::vector<int16_t> out(in.size());
     for (uint32_t b = 0; b < kFrames / 256; ++b) {
+        VORLSetDriveState(&res, b >= 3 ? 1 : 0, 0, 0);
         for (int i = 0; i < 256; ++i) {
             res.p_in_ch0[i] = in[2 * (256 * b + i)];
             res.p_in_ch1[i] = in[2 * (256 * b + i) + 1];
