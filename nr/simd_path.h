@@ -26,10 +26,11 @@ struct Kernels {
     // with the library's seeds.
     void (*rfft512)(float *x, const fft::TwiddleTable &t);
     void (*irfft512)(float *x, const fft::TwiddleTable &t);
-    // sound_vorl_recip over x[0..count-1]: clamps x in place, reciprocals
-    // to out.
-    void (*recip)(float *x, float *out, int count, int32_t steps, const float *search,
-                  const float *seed);
+    // sound_vorl_recip over pow[r][0..count-1] for rows r < rows (0..2):
+    // clamps in place, reciprocals to recip[r]. Returns the sum over bins
+    // of both rows as given, (total + pow[0][i]) + pow[1][i] in bin order.
+    float (*clamp_invert)(float *const *pow, float *const *recip, int rows, int count, int32_t steps,
+                          const float *search, const float *seed);
     // Core: powers of both channels and their difference; smoothed gains
     // into gain_prev; spectrum x scaled by max(eq, 0) and gain per bin.
     void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
