@@ -27,26 +27,24 @@ class RecipLanes {
     // x[0..W-1] clamped in place; out[0..W-1] the reciprocals of the clamped x.
     void operator()(float *x, float *out) const {
         const float *s = s_;
-        const V one = V::set1(1.0f), seven = V::set1(7.0f);
+        const V zero = V::set1(0.0f), one = V::set1(1.0f);
         V v = V::load(x);
-        // Coarse group: k = 27, less 7 per threshold s[21], s[14], s[7] exceeded.
-        V k = V::set1(27.0f), c = V::set1(0.0f);
-        const int coarse[3] = {21, 14, 7};
-        for (int t : coarse) {
-            const V above = V::greater(v, V::set1(s[t]));
-            k = V::select(above, k - seven, k);
-            c = V::select(above, c + one, c);
-        }
+        // Coarse group c: how many of the thresholds s[21], s[14], s[7] v
+        // exceeds; k = 27 - 7c (index arithmetic on small whole numbers is exact).
+        V c = V::select(V::greater(v, V::set1(s[21])), one, zero);
+        c = c + V::select(V::greater(v, V::set1(s[14])), one, zero);
+        c = c + V::select(V::greater(v, V::set1(s[7])), one, zero);
+        const V k = V::set1(27.0f) - V::set1(7.0f) * c;
         v = V::select(V::greater(v, V::set1(s[0])), V::set1(s[0]), v);
         v = V::select(V::less_equal(v, V::set1(s[27])), V::set1(s[27]), v);
         V::store(x, v);
-        // First j in k-6 .. k-1 with v > s[j+1], else k: the last hit of a
-        // downward scan. The group's thresholds by k = 6, 13, 20 or 27.
-        V j = k;
+        // First j = k - back in k-6 .. k-1 with v > s[j+1], else k (back 0):
+        // the last hit of a downward scan. The group's thresholds by k = 6,
+        // 13, 20 or 27.
+        V back = zero;
         const V in6 = V::greater(V::set1(9.5f), k), in13 = V::greater(V::set1(16.5f), k);
         const V in20 = V::greater(V::set1(23.5f), k);
-        for (int e = 5; e >= 0; --e) {
-            const V back = V::set1(static_cast<float>(5 - e));  // threshold s[k - 5 + e]
+        for (int e = 5; e >= 0; --e) {  // threshold s[k - 5 + e]
             V t;
             if constexpr (V::kPicks) {
                 t = V::pick4(group_thresholds_[e], c);
@@ -56,8 +54,9 @@ class RecipLanes {
                 t = V::select(in13, V::set1(s[8 + e]), t);
                 t = V::select(in6, V::set1(s[1 + e]), t);
             }
-            j = V::select(V::greater(v, t), k - back - one, j);
+            back = V::select(V::greater(v, t), V::set1(static_cast<float>(6 - e)), back);
         }
+        const V j = k - back;
         V y;
         if constexpr (V::kPicks)
             y = V::pick32(seeds_, j);
