@@ -68,7 +68,7 @@ struct BinRuns {
     float processed[kBins];      // 1 inside nr_proc_min_freq_bin..max, else 0
     float zoom_coef[2][kBins];
     float background[2][kBins];
-    uint8_t band[kBins];         // band counter at the bin
+    uint8_t band[kBins + 15];    // band counter at the bin (then room for whole 16-byte runs)
     uint8_t band_ends[kBands];   // bins that end their band, increasing
     int band_end_count;
 };
@@ -91,7 +91,7 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     for (int i = 0, band = 0; i < kBins;) {
         const int end = p.zspec_comp_base_bin[band];
         const int last = end >= i ? end : kBins - 1;
-        std::memset(r.band + i, band, static_cast<size_t>(last - i + 1));
+        for (int b = i; b <= last; b += 16) std::memset(r.band + b, band, 16);  // bands are short
         if (end >= i) r.band_ends[r.band_end_count++] = static_cast<uint8_t>(end);
         i = last + 1;
         if (band < kBands - 1) ++band;
@@ -100,17 +100,24 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     // The serial sums side by side, so that their latencies overlap.
     const float *increments[2] = {ws->p_zcomp, ws->p_zcomp + kBands};
     const float(*templates)[vorl::kBinGroups] = p.back_ground_noise[sel];
+    // Group by group, each group's steps read once (bin 0 takes no
+    // equaliser step).
+    const float slope = ws->eq_slope_scale;
     float eq = ws->eq_start;
     float coef_sum[2] = {0.0f, 0.0f}, bg_sum[2] = {0.0f, 0.0f};
-    for (int i = 0; i < kBins; ++i) {
-        const int group = vorl::bin_group(i);
-        if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
-        r.eq[i] = eq;
-        for (int ch = 0; ch < 2; ++ch) {
-            coef_sum[ch] += increments[ch][r.band[i]];
-            bg_sum[ch] += templates[ch][group];
-            r.zoom_coef[ch][i] = coef_sum[ch];
-            r.background[ch][i] = bg_sum[ch];
+    for (int group = 0; group < vorl::kBinGroups; ++group) {
+        const float eq_step = p.eq_gain[group] * slope;
+        const float bg_step[2] = {templates[0][group], templates[1][group]};
+        const int first = group == 0 ? 0 : 4 * group - 3, last = std::min(4 * group, kBins - 1);
+        for (int i = first; i <= last; ++i) {
+            if (i >= 1) eq = eq + eq_step;
+            r.eq[i] = eq;
+            for (int ch = 0; ch < 2; ++ch) {
+                coef_sum[ch] += increments[ch][r.band[i]];
+                bg_sum[ch] += bg_step[ch];
+                r.zoom_coef[ch][i] = coef_sum[ch];
+                r.background[ch][i] = bg_sum[ch];
+            }
         }
     }
     for (int i = p.zspec_comp_max_freq + 1; i < kBins; ++i)
