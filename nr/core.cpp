@@ -127,26 +127,41 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     r.control_pow = control;
 }
 
+// One spectrum's smoothed powers that the learning step samples.
+struct Smoothed {
+    float three[kBins];
+    float five[kFiveTapEnd];  // odd bins 1..95 used
+};
+
+void smooth(const float *done, const float *ahead, Smoothed &s, const vorl::simd::Kernels *k) {
+    (k != nullptr ? k->smooth : smooth_lanes<F1>)(done, ahead, s.three, s.five);
+    s.three[0] = smooth3(done, ahead, 0);  // the ends, with neighbours left out
+    s.three[kBins - 1] = smooth3(done, ahead, kBins - 1);
+    s.five[1] = smooth5(done, ahead, 1, s.three[1]);
+}
+
 // Fit points (odd bins 1..95) and band ends feed the learning step: the
 // 5-tap powers at fit points, the 3-tap powers at band ends.
-void accumulate(st_vorl_ws *ws, const BinRuns &r, const float (*raw_pow)[kBins], int channels) {
-    const float *diff = ws->diff_pow;
+void accumulate(st_vorl_ws *ws, const BinRuns &r, const float (*raw_pow)[kBins], int channels,
+                const vorl::simd::Kernels *k) {
+    Smoothed pow[2], diff;
+    for (int ch = 0; ch < channels; ++ch) smooth(ws->pow_spec[ch], raw_pow[ch], pow[ch], k);
+    smooth(ws->diff_pow, ws->diff_pow, diff, k);
     for (int point = 0; point < vorl::kFitPoints; ++point) {
         const int i = 2 * point + 1;
         float p5_sum = 0.0f;
-        for (int ch = 0; ch < channels; ++ch)
-            p5_sum += smooth5(ws->pow_spec[ch], raw_pow[ch], i, smooth3(ws->pow_spec[ch], raw_pow[ch], i));
+        for (int ch = 0; ch < channels; ++ch) p5_sum += pow[ch].five[i];
         ws->zspec_acc[2][point] += p5_sum;
-        ws->zspec_acc[ws->zspec_slot][point] += smooth5(diff, diff, i, smooth3(diff, diff, i));
+        ws->zspec_acc[ws->zspec_slot][point] += diff.five[i];
     }
     for (int e = 0; e < r.band_end_count; ++e) {
         const int i = r.band_ends[e];
         const int band = r.band[i];
         float p3[2] = {0.0f, 0.0f};
-        for (int ch = 0; ch < channels; ++ch) p3[ch] = smooth3(ws->pow_spec[ch], raw_pow[ch], i);
+        for (int ch = 0; ch < channels; ++ch) p3[ch] = pow[ch].three[i];
         ws->band_acc[1][band] += p3[0];
         ws->band_acc[2][band] += p3[1];
-        ws->band_acc[0][band] += smooth3(diff, diff, i);
+        ws->band_acc[0][band] += diff.three[i];
     }
 }
 
@@ -176,7 +191,7 @@ int32_t vorl::core(float *const *spec, st_vorl_inst *inst, simd::Path path) {
         (k != nullptr ? k->gains : gains_all<F1>)(g, ws->gain_prev[ch]);
         (k != nullptr ? k->apply : apply_all<F1>)(spec[ch], runs.eq, ws->gain_prev[ch]);
     }
-    accumulate(ws, runs, raw_pow, channels);
+    accumulate(ws, runs, raw_pow, channels, k);
 
     ws->level_acc += total_pow * kFrameScale;
     ws->ctrl_pow_acc += runs.control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;

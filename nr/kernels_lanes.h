@@ -24,7 +24,7 @@ float clamp_invert_all(float *const *pow, float *const *recip, int rows, int cou
 template <class Wide>
 constexpr vorl::simd::Kernels lane_kernels() {
     return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, clamp_invert_all<Wide>,
-            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,
+            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,       smooth_lanes<Wide>,
             analyse_lanes<Wide>, synthesise_lanes<Wide>};
 }
 

@@ -36,6 +36,10 @@ struct Kernels {
     void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
     void (*gains)(const GainInputs &in, float *gain_prev);
     void (*apply)(float *x, const float *eq, const float *gain);
+    // Learning sums: one spectrum's 3-tap smoothing of bins 1..254 into
+    // three, 5-tap smoothing of bins 2..97 into five (bins below each from
+    // done, the rest from ahead).
+    void (*smooth)(const float *done, const float *ahead, float *three, float *five);
     // Stages: one channel's analysis frame from its ring and the window's
     // rising half; synthesis of both frames into out.
     void (*analyse)(const int16_t *ring, const float *half, float *frame);
