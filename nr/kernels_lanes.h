@@ -15,9 +15,9 @@ template <class Wide>
 float clamp_invert_all(float *const *pow, float *const *recip, int rows, int count, int32_t steps, const float *s,
                        const float *d) {
     float total = 0.0f;
-    int i = recip_and_total<Wide>(pow, recip, rows, 0, count, RecipLanes<Wide>(steps, s, d), total);
-    if constexpr (Wide::kWidth > 4) i = recip_and_total<F4>(pow, recip, rows, i, count, RecipLanes<F4>(steps, s, d), total);
-    recip_and_total<F1>(pow, recip, rows, i, count, RecipLanes<F1>(steps, s, d), total);
+    int i = recip_and_total(pow, recip, rows, 0, count, RecipLanes<Wide>(steps, s, d), total);
+    if constexpr (Wide::kWidth > 4) i = recip_and_total(pow, recip, rows, i, count, RecipLanes<F4>(steps, s, d), total);
+    recip_and_total(pow, recip, rows, i, count, RecipLanes<F1>(steps, s, d), total);
     return total;
 }
 
