@@ -38,32 +38,39 @@ inline float smooth5(const float *done, const float *ahead, int i, float three) 
     return v;
 }
 
-// Clamps a channel's powers in place (the caller keeps the unclamped ones)
-// and returns each bin's reciprocal.
-void clamp_and_invert(float *pow, float *recip, const st_vorl &p, const vorl::simd::Kernels *k) {
-    if (k != nullptr) {
-        k->recip(pow, recip, kBins, 2, p.div_search_tbl_f, p.div_init_value_tbl_f);
-        return;
-    }
-    for (int i = 0; i < kBins; ++i) recip[i] = sound_vorl_recip(&pow[i], 2, &p);
+// Clamps the powers of the first `channels` channels in place (the caller
+// keeps the unclamped ones) with each bin's reciprocal, and returns the
+// total power: the sum over bins of both channels' powers as given.
+float clamp_and_invert(st_vorl_ws *ws, float (*recip)[kBins], int channels, const st_vorl &p,
+                       const vorl::simd::Kernels *k) {
+    float *const pow[2] = {ws->pow_spec[0], ws->pow_spec[1]};
+    float *const out[2] = {recip[0], recip[1]};
+    if (k != nullptr)
+        return k->clamp_invert(pow, out, channels, kBins, 2, p.div_search_tbl_f, p.div_init_value_tbl_f);
+    float total = 0.0f;
+    for (int i = 0; i < kBins; ++i) total = (total + pow[0][i]) + pow[1][i];
+    for (int ch = 0; ch < channels; ++ch)
+        for (int i = 0; i < kBins; ++i) recip[ch][i] = sound_vorl_recip(&pow[ch][i], 2, &p);
+    return total;
 }
 
-// The running values over bins, formed in bin order: total and
-// control-band power, the equaliser, each channel's zoom-motor coefficient
+// The running values over bins, formed in bin order: the control-band
+// power, the equaliser, each channel's zoom-motor coefficient
 // (the running sum of its bands' increments, or the replacement value above
 // zspec_comp_max_freq) and background (the template's running sum), the
 // band counter (a malformed band list holds it at the last band) and the
 // bin ranges of over-estimation and processing. The lanes take equaliser
 // and background as max(., 0).
 struct BinRuns {
-    float total_pow, control_pow;
+    float control_pow;
     float eq[kBins];
     float over_est[kBins];       // with wind below wind_nr_proc_freq
     float processed[kBins];      // 1 inside nr_proc_min_freq_bin..max, else 0
     float zoom_coef[2][kBins];
     float background[2][kBins];
-    uint8_t band[kBins];         // band counter at the bin
-    bool band_end[kBins];        // the bin ends its band
+    uint8_t band[kBins + 15];    // band counter at the bin (then room for whole 16-byte runs)
+    uint8_t band_ends[kBands];   // bins that end their band, increasing
+    int band_end_count;
 };
 
 void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int sel) {
@@ -80,12 +87,12 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     // Band by band: the counter moves on after the bin that equals its
     // band's end; an end below the current bin is never met, so the counter
     // keeps that band to the last bin.
-    std::memset(r.band_end, 0, sizeof r.band_end);
+    r.band_end_count = 0;
     for (int i = 0, band = 0; i < kBins;) {
         const int end = p.zspec_comp_base_bin[band];
         const int last = end >= i ? end : kBins - 1;
-        std::memset(r.band + i, band, static_cast<size_t>(last - i + 1));
-        if (end >= i) r.band_end[end] = true;
+        for (int b = i; b <= last; b += 16) std::memset(r.band + b, band, 16);  // bands are short
+        if (end >= i) r.band_ends[r.band_end_count++] = static_cast<uint8_t>(end);
         i = last + 1;
         if (band < kBands - 1) ++band;
     }
@@ -93,64 +100,68 @@ void form_runs(BinRuns &r, const st_vorl_ws *ws, float oe, float oe_wind, int se
     // The serial sums side by side, so that their latencies overlap.
     const float *increments[2] = {ws->p_zcomp, ws->p_zcomp + kBands};
     const float(*templates)[vorl::kBinGroups] = p.back_ground_noise[sel];
-    float total = 0.0f;
+    // Group by group, each group's steps read once (bin 0 takes no
+    // equaliser step).
+    const float slope = ws->eq_slope_scale;
     float eq = ws->eq_start;
     float coef_sum[2] = {0.0f, 0.0f}, bg_sum[2] = {0.0f, 0.0f};
-    for (int i = 0; i < kBins; ++i) {
-        const int group = vorl::bin_group(i);
-        total = (total + ws->pow_spec[0][i]) + ws->pow_spec[1][i];
-        if (i >= 1) eq = eq + p.eq_gain[group] * ws->eq_slope_scale;
-        r.eq[i] = eq;
-        for (int ch = 0; ch < 2; ++ch) {
-            coef_sum[ch] += increments[ch][r.band[i]];
-            bg_sum[ch] += templates[ch][group];
-            r.zoom_coef[ch][i] = coef_sum[ch];
-            r.background[ch][i] = bg_sum[ch];
+    for (int group = 0; group < vorl::kBinGroups; ++group) {
+        const float eq_step = p.eq_gain[group] * slope;
+        const float bg_step[2] = {templates[0][group], templates[1][group]};
+        const int first = group == 0 ? 0 : 4 * group - 3, last = std::min(4 * group, kBins - 1);
+        for (int i = first; i <= last; ++i) {
+            if (i >= 1) eq = eq + eq_step;
+            r.eq[i] = eq;
+            for (int ch = 0; ch < 2; ++ch) {
+                coef_sum[ch] += increments[ch][r.band[i]];
+                bg_sum[ch] += bg_step[ch];
+                r.zoom_coef[ch][i] = coef_sum[ch];
+                r.background[ch][i] = bg_sum[ch];
+            }
         }
     }
     for (int i = p.zspec_comp_max_freq + 1; i < kBins; ++i)
         r.zoom_coef[0][i] = r.zoom_coef[1][i] = p.zspec_comp_replace_value;
     float control = 0.0f;
     for (int i = pc.nr_ctrl_freq_sp; i <= pc.nr_ctrl_freq_ep; ++i) control = control + ws->diff_pow[i];
-    r.total_pow = total;
     r.control_pow = control;
 }
 
-// Smoothed powers of one bin that the learning step accumulates.
-struct BinPowers {
-    float p3[2];   // 3-tap channel powers
-    float p5_sum;  // 5-tap channel powers, summed over the channels
-    float d3, d5;  // 3- and 5-tap difference power
+// One spectrum's smoothed powers that the learning step samples.
+struct Smoothed {
+    float three[kBins];
+    float five[kFiveTapEnd];  // odd bins 1..95 used
 };
 
-BinPowers bin_powers(const st_vorl_ws *ws, const float (*raw_pow)[kBins], int channels, int i) {
-    BinPowers s{{0.0f, 0.0f}, 0.0f, 0.0f, 0.0f};
-    s.d3 = smooth3(ws->diff_pow, ws->diff_pow, i);
-    s.d5 = smooth5(ws->diff_pow, ws->diff_pow, i, s.d3);
-    for (int ch = 0; ch < channels; ++ch) {
-        s.p3[ch] = smooth3(ws->pow_spec[ch], raw_pow[ch], i);
-        s.p5_sum += smooth5(ws->pow_spec[ch], raw_pow[ch], i, s.p3[ch]);
-    }
-    return s;
+void smooth(const float *done, const float *ahead, Smoothed &s, const vorl::simd::Kernels *k) {
+    (k != nullptr ? k->smooth : smooth_lanes<F1>)(done, ahead, s.three, s.five);
+    s.three[0] = smooth3(done, ahead, 0);  // the ends, with neighbours left out
+    s.three[kBins - 1] = smooth3(done, ahead, kBins - 1);
+    s.five[1] = smooth5(done, ahead, 1, s.three[1]);
 }
 
-// Fit points (odd bins 1..95) and band ends feed the learning step.
-void accumulate(st_vorl_ws *ws, const BinRuns &r, const float (*raw_pow)[kBins], int channels) {
-    for (int i = 0; i < kBins; ++i) {
-        const bool fit_point = (i & 1) != 0 && i <= vorl::kOddBinLimit;
-        if (!fit_point && !r.band_end[i]) continue;
-        const BinPowers s = bin_powers(ws, raw_pow, channels, i);
-        if (fit_point) {
-            const int point = i / 2;
-            ws->zspec_acc[2][point] += s.p5_sum;
-            ws->zspec_acc[ws->zspec_slot][point] += s.d5;
-        }
-        if (r.band_end[i]) {
-            const int band = r.band[i];
-            ws->band_acc[1][band] += s.p3[0];
-            ws->band_acc[2][band] += s.p3[1];
-            ws->band_acc[0][band] += s.d3;
-        }
+// Fit points (odd bins 1..95) and band ends feed the learning step: the
+// 5-tap powers at fit points, the 3-tap powers at band ends.
+void accumulate(st_vorl_ws *ws, const BinRuns &r, const float (*raw_pow)[kBins], int channels,
+                const vorl::simd::Kernels *k) {
+    Smoothed pow[2], diff;
+    for (int ch = 0; ch < channels; ++ch) smooth(ws->pow_spec[ch], raw_pow[ch], pow[ch], k);
+    smooth(ws->diff_pow, ws->diff_pow, diff, k);
+    for (int point = 0; point < vorl::kFitPoints; ++point) {
+        const int i = 2 * point + 1;
+        float p5_sum = 0.0f;
+        for (int ch = 0; ch < channels; ++ch) p5_sum += pow[ch].five[i];
+        ws->zspec_acc[2][point] += p5_sum;
+        ws->zspec_acc[ws->zspec_slot][point] += diff.five[i];
+    }
+    for (int e = 0; e < r.band_end_count; ++e) {
+        const int i = r.band_ends[e];
+        const int band = r.band[i];
+        float p3[2] = {0.0f, 0.0f};
+        for (int ch = 0; ch < channels; ++ch) p3[ch] = pow[ch].three[i];
+        ws->band_acc[1][band] += p3[0];
+        ws->band_acc[2][band] += p3[1];
+        ws->band_acc[0][band] += diff.three[i];
     }
 }
 
@@ -170,20 +181,19 @@ int32_t vorl::core(float *const *spec, st_vorl_inst *inst, simd::Path path) {
     BinRuns runs;
     form_runs(runs, ws, oe, inst->wind_state == 1 ? p.wind_nr_proc_bias * oe : oe, sel);
 
-    float raw_pow[2][kBins];
+    float raw_pow[2][kBins], recip[2][kBins];
+    for (int ch = 0; ch < channels; ++ch) std::memcpy(raw_pow[ch], ws->pow_spec[ch], sizeof raw_pow[ch]);
+    const float total_pow = clamp_and_invert(ws, recip, channels, p, k);
     for (int ch = 0; ch < channels; ++ch) {
-        float recip[kBins];
-        std::memcpy(raw_pow[ch], ws->pow_spec[ch], sizeof raw_pow[ch]);
-        clamp_and_invert(ws->pow_spec[ch], recip, p, k);
-        const simd::GainInputs g{runs.zoom_coef[ch], runs.background[ch], ws->diff_pow,    recip,
+        const simd::GainInputs g{runs.zoom_coef[ch], runs.background[ch], ws->diff_pow,    recip[ch],
                                  runs.over_est,      runs.processed,      ws->bias_cur,    p.nr_floor_coef,
                                  p.nr_gain_sm_coef, 1.0f - p.nr_gain_sm_coef, ws->zn_on == 1, ws->bgn_on == 1};
         (k != nullptr ? k->gains : gains_all<F1>)(g, ws->gain_prev[ch]);
         (k != nullptr ? k->apply : apply_all<F1>)(spec[ch], runs.eq, ws->gain_prev[ch]);
     }
-    accumulate(ws, runs, raw_pow, channels);
+    accumulate(ws, runs, raw_pow, channels, k);
 
-    ws->level_acc += runs.total_pow * kFrameScale;
+    ws->level_acc += total_pow * kFrameScale;
     ws->ctrl_pow_acc += runs.control_pow * ws->st_vorlc_work.nr_ctrl_f_ave_coef;
     return 0;
 }

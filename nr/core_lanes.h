@@ -6,6 +6,7 @@
 // scalar lane) and by one file per instruction set; internal linkage only.
 #pragma once
 
+#include "nr/engine_constants.h"
 #include "nr/lanes.h"
 #include "nr/simd_path.h"
 
@@ -80,6 +81,40 @@ int apply_lanes(float *x, const float *eq, const float *gain, int i) {
         V::store(im, V::reverse((V::reverse(V::load(im)) * e) * gn));
     }
     return i;
+}
+
+// The learning step's smoothing (smooth3 and smooth5 in core.cpp) of one
+// power spectrum away from its ends: bins below i from done, bin i and
+// above from ahead.
+constexpr int kFiveTapEnd = 98;  // 5-tap values up to bin 97 (fit points end at 95)
+
+template <class V>
+inline void smooth3_step(const float *done, const float *ahead, float *three, int i) {
+    const V c = V::set1(vorl::kTwoThirds);
+    const V v = V::load(ahead + i) + c * V::load(done + i - 1);
+    V::store(three + i, v + c * V::load(ahead + i + 1));
+}
+
+template <class V>
+inline void smooth5_step(const float *done, const float *ahead, const float *three, float *five, int i) {
+    const V c = V::set1(vorl::kOneThird);
+    const V v = V::load(three + i) + c * V::load(done + i - 2);
+    V::store(five + i, v + c * V::load(ahead + i + 2));
+}
+
+// Steps over bins begin..end-1 (at least W of them); where W does not divide
+// the count the last step overlaps the one before (it writes the same values).
+template <class V, class Step>
+inline void over_bins(int begin, int end, Step step) {
+    for (int i = begin; i + V::kWidth <= end; i += V::kWidth) step(i);
+    if ((end - begin) % V::kWidth != 0) step(end - V::kWidth);
+}
+
+// 3-tap values of bins 1..254, then 5-tap values of bins 2..97 from them.
+template <class V>
+void smooth_lanes(const float *done, const float *ahead, float *three, float *five) {
+    over_bins<V>(1, kSpectrumBins - 1, [&](int i) { smooth3_step<V>(done, ahead, three, i); });
+    over_bins<V>(2, kFiveTapEnd, [&](int i) { smooth5_step<V>(done, ahead, three, five, i); });
 }
 
 // Whole-spectrum kernels: the widest lanes, then four, then one.

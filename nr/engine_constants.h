@@ -10,7 +10,6 @@ constexpr int kBins = 256;       // frequency bins 0..255 of a 512-sample frame
 constexpr int kBinGroups = 65;   // curve groups: bin 0, then bins 4g-3..4g
 constexpr int kBands = 72;       // zoom-noise bands, ending at zspec_comp_base_bin
 constexpr int kFitPoints = 48;   // fit tests compare spectra at odd bins 1..95
-constexpr int kOddBinLimit = 2 * kFitPoints - 1;  // 95, the last fit point's bin
 
 // Taps of the 3-tap (2/3, 1, 2/3) and 5-tap (1/3, 2/3, 1, 2/3, 1/3) smoothers.
 constexpr float kOneThird = 0.33333334f;

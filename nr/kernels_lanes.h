@@ -12,16 +12,19 @@
 namespace {
 
 template <class Wide>
-void recip_all(float *x, float *out, int count, int32_t steps, const float *s, const float *d) {
-    int i = recip_lanes<Wide>(x, out, 0, count, steps, s, d);
-    if constexpr (Wide::kWidth > 4) i = recip_lanes<F4>(x, out, i, count, steps, s, d);
-    recip_lanes<F1>(x, out, i, count, steps, s, d);
+float clamp_invert_all(float *const *pow, float *const *recip, int rows, int count, int32_t steps, const float *s,
+                       const float *d) {
+    float total = 0.0f;
+    int i = recip_and_total(pow, recip, rows, 0, count, RecipLanes<Wide>(steps, s, d), total);
+    if constexpr (Wide::kWidth > 4) i = recip_and_total(pow, recip, rows, i, count, RecipLanes<F4>(steps, s, d), total);
+    recip_and_total(pow, recip, rows, i, count, RecipLanes<F1>(steps, s, d), total);
+    return total;
 }
 
 template <class Wide>
 constexpr vorl::simd::Kernels lane_kernels() {
-    return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, recip_all<Wide>,
-            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,
+    return {rfft512_lanes<Wide>, irfft512_lanes<Wide>, clamp_invert_all<Wide>,
+            powers_all<Wide>,   gains_all<Wide>,      apply_all<Wide>,       smooth_lanes<Wide>,
             analyse_lanes<Wide>, synthesise_lanes<Wide>};
 }
 

@@ -176,6 +176,24 @@ struct F8 {
         }
         return r;
     }
+    // Rows r[0..7] become columns.
+    static void transpose(F8 *r) {
+        __m256 t[8], s[8];
+        for (int i = 0; i < 8; i += 2) {
+            t[i] = _mm256_unpacklo_ps(r[i].v, r[i + 1].v);
+            t[i + 1] = _mm256_unpackhi_ps(r[i].v, r[i + 1].v);
+        }
+        for (int i = 0; i < 8; i += 4) {
+            s[i] = _mm256_shuffle_ps(t[i], t[i + 2], _MM_SHUFFLE(1, 0, 1, 0));
+            s[i + 1] = _mm256_shuffle_ps(t[i], t[i + 2], _MM_SHUFFLE(3, 2, 3, 2));
+            s[i + 2] = _mm256_shuffle_ps(t[i + 1], t[i + 3], _MM_SHUFFLE(1, 0, 1, 0));
+            s[i + 3] = _mm256_shuffle_ps(t[i + 1], t[i + 3], _MM_SHUFFLE(3, 2, 3, 2));
+        }
+        for (int i = 0; i < 4; ++i) {
+            r[i].v = _mm256_permute2f128_ps(s[i], s[i + 4], 0x20);
+            r[i + 4].v = _mm256_permute2f128_ps(s[i], s[i + 4], 0x31);
+        }
+    }
     // Scalar loads (the gather instruction is slow where its microcode
     // carries the data-sampling mitigation).
     static F8 lookup(const float *table, F8 index) {

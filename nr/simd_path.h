@@ -26,15 +26,20 @@ struct Kernels {
     // with the library's seeds.
     void (*rfft512)(float *x, const fft::TwiddleTable &t);
     void (*irfft512)(float *x, const fft::TwiddleTable &t);
-    // sound_vorl_recip over x[0..count-1]: clamps x in place, reciprocals
-    // to out.
-    void (*recip)(float *x, float *out, int count, int32_t steps, const float *search,
-                  const float *seed);
+    // sound_vorl_recip over pow[r][0..count-1] for rows r < rows (0..2):
+    // clamps in place, reciprocals to recip[r]. Returns the sum over bins
+    // of both rows as given, (total + pow[0][i]) + pow[1][i] in bin order.
+    float (*clamp_invert)(float *const *pow, float *const *recip, int rows, int count, int32_t steps,
+                          const float *search, const float *seed);
     // Core: powers of both channels and their difference; smoothed gains
     // into gain_prev; spectrum x scaled by max(eq, 0) and gain per bin.
     void (*powers)(const float *l, const float *r, float *pl, float *pr, float *pd);
     void (*gains)(const GainInputs &in, float *gain_prev);
     void (*apply)(float *x, const float *eq, const float *gain);
+    // Learning sums: one spectrum's 3-tap smoothing of bins 1..254 into
+    // three, 5-tap smoothing of bins 2..97 into five (bins below each from
+    // done, the rest from ahead).
+    void (*smooth)(const float *done, const float *ahead, float *three, float *five);
     // Stages: one channel's analysis frame from its ring and the window's
     // rising half; synthesis of both frames into out.
     void (*analyse)(const int16_t *ring, const float *half, float *frame);

@@ -98,9 +98,12 @@ TEST(SimdPaths, TransformsMatchTheScalarPathInBothDirections) {
     }
 }
 
-TEST(SimdPaths, ReciprocalMatchesTheScalarPathWithAnyTable) {
+// The reciprocal and, in the same pass, the sum over both rows of the
+// values as given; one row or two clamped, a count with leftover lanes.
+TEST(SimdPaths, ReciprocalAndTotalMatchTheScalarPathWithAnyTable) {
     st_vorl p = vorl::tablekit::reference_table().st_vorl;
     vorl::testkit::Noise noise(3);
+    constexpr int kCount = 259;
     for (Path path : vector_paths()) {
         for (int table = 0; table < 6; ++table) {
             if (table > 0)  // hostile tables: unordered thresholds, any seeds
@@ -108,17 +111,31 @@ TEST(SimdPaths, ReciprocalMatchesTheScalarPathWithAnyTable) {
                     p.div_search_tbl_f[j] = wild_float(noise);
                     p.div_init_value_tbl_f[j] = wild_float(noise);
                 }
-            std::vector<float> x(259);
-            for (size_t i = 0; i < x.size(); ++i) x[i] = i % 3 ? wild_float(noise) : p.div_search_tbl_f[i % 28];
-            std::vector<float> clamped = x, recip(x.size());
-            vorl::simd::kernels(path)->recip(clamped.data(), recip.data(), 259, 2, p.div_search_tbl_f,
-                                             p.div_init_value_tbl_f);
-            for (size_t i = 0; i < x.size(); ++i) {
-                float v = x[i];
-                const float r = sound_vorl_recip(&v, 2, &p);
-                ASSERT_TRUE(same_bits(v, clamped[i]) && same_bits(r, recip[i]))
-                    << vorl::simd::path_name(path) << " table " << table << " x " << x[i];
+            const int rows = table % 2 ? 1 : 2;
+            std::vector<float> x[2], clamped[2], recip[2];
+            for (int row = 0; row < 2; ++row) {
+                for (int i = 0; i < kCount; ++i)
+                    x[row].push_back(i % 3 ? wild_float(noise) : p.div_search_tbl_f[i % 28]);
+                recip[row].assign(kCount, 0.0f);
             }
+            if (table < 2)  // finite values only, so every bit of the sum counts
+                for (auto &row : x)
+                    for (float &v : row) v = std::isfinite(v) ? v : 1.0f;
+            clamped[0] = x[0], clamped[1] = x[1];
+            float *pow[2] = {clamped[0].data(), clamped[1].data()};
+            float *out[2] = {recip[0].data(), recip[1].data()};
+            const float total = vorl::simd::kernels(path)->clamp_invert(pow, out, rows, kCount, 2, p.div_search_tbl_f,
+                                                                        p.div_init_value_tbl_f);
+            float expected = 0.0f;
+            for (int i = 0; i < kCount; ++i) expected = (expected + x[0][i]) + x[1][i];
+            EXPECT_TRUE(same_values({expected}, {total})) << vorl::simd::path_name(path) << " table " << table;
+            for (int row = 0; row < 2; ++row)
+                for (int i = 0; i < kCount; ++i) {
+                    float v = x[row][i];
+                    const float r = row < rows ? sound_vorl_recip(&v, 2, &p) : 0.0f;
+                    ASSERT_TRUE(same_bits(v, clamped[row][i]) && same_bits(r, recip[row][i]))
+                        << vorl::simd::path_name(path) << " table " << table << " row " << row << " x " << x[row][i];
+                }
         }
     }
 }
