@@ -19,13 +19,14 @@ uint64_t digest(const Scene &s) {  // FNV-1a over the noisy samples and the word
     return h;
 }
 
-// Scenes without speech do not depend on espeak-ng or libsoxr: pinned.
+// Pinned: a scene is the same in every process, whatever was generated
+// before it (the speech synthesiser starts fresh for every phrase).
 TEST(SceneKit, SameIdSameSceneOnEveryRun) {
     const struct {
         SceneType type;
         uint64_t digest;
     } pinned[] = {{SceneType::music, 9431986484938354906ull},
-                  {SceneType::quiet, 13752181988188710401ull},
+                  {SceneType::quiet, 8581620547092464743ull},
                   {SceneType::wind, 2823232398925249883ull}};
     for (const auto &p : pinned) {
         const uint64_t d = digest(make_scene({p.type, 3, 7}, 4.0));

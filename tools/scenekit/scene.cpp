@@ -71,9 +71,17 @@ std::vector<Span> wind_schedule(std::size_t frames, Random &rng) {
     return spans;
 }
 
-// Quantises the parts and sums them; scales everything down first if the
-// sum would clip, so that noisy = clean + noises holds exactly.
-void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std::vector<Span> &spans) {
+// The recording level of a scene: every part is scaled alike, so the
+// content-to-motor ratio stays and only the level the engine sees changes.
+struct RecordingLevel {
+    double gain = 1.0;        // applied to every part
+    bool full_scale = false;  // instead: raised (or lowered) to a peak of 0.95
+};
+
+// Quantises the parts and sums them at `level`; scales everything down if
+// the sum would clip, so that noisy = clean + noises holds exactly.
+void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std::vector<Span> &spans,
+            RecordingLevel level = {}) {
     const std::size_t frames = clean.left.size();
     double peak = 0.0;
     for (std::size_t n = 0; n < frames; ++n) {
@@ -84,7 +92,7 @@ void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std:
         }
         peak = std::max({peak, std::fabs(l), std::fabs(r)});
     }
-    const double gain = peak > 0.95 ? 0.95 / peak : 1.0;
+    const double gain = peak * level.gain > 0.95 || (level.full_scale && peak > 0.0) ? 0.95 / peak : level.gain;
     auto quantised = [gain](const Stereo &s) {
         if (gain == 1.0) return to_pcm16(s.left, s.right);
         Stereo scaled = s;
@@ -153,10 +161,10 @@ Scene make_scene(const SceneId &id, double seconds) {
         add_music(clean, content_rng, 0.5);
         add_speech(clean, content_rng, 1.0);
         break;
-    case SceneType::quiet: break;
-    case SceneType::loud:
-        add_music(clean, content_rng, 3.0);
-        add_speech(clean, content_rng, 2.0);
+    case SceneType::quiet: add_speech(clean, content_rng, 0.7); break;  // a soft talker, recorded low
+    case SceneType::loud:  // music under speech, recorded near full scale
+        add_music(clean, content_rng, 0.25);
+        add_speech(clean, content_rng, 0.5);
         break;
     case SceneType::wind: add_speech(clean, content_rng, 0.7); break;
     case SceneType::af: add_speech(clean, content_rng, 0.7); break;
@@ -175,7 +183,10 @@ Scene make_scene(const SceneId &id, double seconds) {
     add_noises(noise, make_camera(id.camera), spans, noise_rng);
     Scene scene;
     scene.id = id;
-    finish(scene, clean, noise, spans);
+    RecordingLevel level;
+    if (id.type == SceneType::quiet) level.gain = 0.125;  // 18 dB down
+    if (id.type == SceneType::loud) level.full_scale = true;
+    finish(scene, clean, noise, spans, level);
     return scene;
 }
 
