@@ -83,9 +83,9 @@ TEST(SceneKit, BuiltInTableQualityOnAHeldOutScene) {
     const st_vorl_tbl table = vorl::default_table();
     const Scene s = make_scene({SceneType::music, 9, 1000}, 10.0);
     const SceneResult r = evaluate(s, table, s.words);
-    EXPECT_GE(r.library.drives.attenuation_db(), 4.8);  // 5.11 dB when pinned
+    EXPECT_GE(r.library.drives.attenuation_db(), 4.5);  // 4.83 dB when pinned
     EXPECT_GT(r.oracle.drives.attenuation_db(), r.library.drives.attenuation_db());
-    EXPECT_LE(r.library.outside.difference_db(), -52.5);  // -53.39 dB
+    EXPECT_LE(r.library.outside.difference_db(), -70.0);  // -76.44 dB
     EXPECT_NEAR(r.library.outside.level_change_db(), 0.0, 0.05);
     const SceneResult unprimed = evaluate(s, table, s.words, false);
     EXPECT_GT(unprimed.library.outside.difference_db(), r.library.outside.difference_db() + 1.0);

@@ -69,7 +69,7 @@ TEST(VorlTable, CheckPassesTheDefaultAndNamesEachBrokenField) {
     };
     replace("\"nz_block_counter\": 32", "\"nz_block_counter\": 0");
     replace("\"zspec_comp_case1_ep\": 48", "\"zspec_comp_case1_ep\": 49");
-    replace("\"over_est\": 4", "\"over_est\": \"nan\"");
+    replace("\"over_est\": 8", "\"over_est\": \"nan\"");
     replace("\"eq_gain\": [\n      1, 0,", "\"eq_gain\": [\n      1, -0.5,");  // below 0 from bin 3
     write_bytes(box.path("broken.json"), json);
     // Refused by from-json (each rule named) and by process, unless --force.
@@ -128,7 +128,7 @@ TEST(VorlTable, DumpIsTheLibrarysParameterText) {
     const RunResult dump = box.vorl({"table", "dump", "default.tbl"});
     ASSERT_EQ(dump.exit_code, 0) << dump.err;
     EXPECT_EQ(dump.out.rfind("************* VORL *****************\np_st_vorl->eq_gain :\n1.0000000,", 0), 0u);
-    EXPECT_TRUE(contains(dump.out, "p_st_vorl->over_est      = 4.0000000\n"));
+    EXPECT_TRUE(contains(dump.out, "p_st_vorl->over_est      = 8.0000000\n"));
     EXPECT_TRUE(contains(dump.out, "p_st_vorlc->nr_ctrl_freq_ep = 40\n"));
 }
 
