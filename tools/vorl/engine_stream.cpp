@@ -67,10 +67,12 @@ void EngineStream::run_chunk(bool at_end) {
     const int64_t span = static_cast<int64_t>(chunk_blocks * kBlock);
     const int64_t from = std::max<int64_t>(0, skip - produced_);
     const int64_t upto = raw_ ? span : std::min<int64_t>(span, skip + frames_ - produced_);
+    uint32_t clipped = 0;  // bitwise tests, so the loop vectorises
     for (int64_t i = 2 * from; i < 2 * upto; ++i) {
         const int16_t v = out_[static_cast<std::size_t>(i)], was = seen_[static_cast<std::size_t>(i)];
-        saturated_ += (v == 32767 || v == -32768) && v != was;
+        clipped += static_cast<uint32_t>(((v == 32767) | (v == -32768)) & (v != was));
     }
+    saturated_ += clipped;
     if (mix_) mix_->apply(out_.data(), removed_.data(), static_cast<std::size_t>(span));
     if (upto > from) {
         sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));
