@@ -72,9 +72,9 @@ std::string format_report(const FitResult &fit) {
     add(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
              "tolerances %.2f / %.2f\n",
         p.zspec_comp_min_floor_value, p.tolerance_range_zspec_max, p.tolerance_range_zspec_min);
-    add(out, "Division table: accurate (1e-3) from bin power %.3g to %.3g (drive powers, 2nd percentile to 16 x "
-             "the 99.5th)\n",
-        r.division_low, r.division_high);
+    add(out, "Division table: bin powers %.3g (2nd percentile of the drive frames) to 131072 (full scale) in steps of "
+             "%.2f\n",
+        r.division_low, r.division_ratio);
 
     add(out, "\nSuppression values by the held-out score (the noise attenuation of \"vorl measure\" on a speech-like\n"
              "probe scene added 10 dB under, at and 10 dB over the motor's level, mean of the three; curves fitted\n"

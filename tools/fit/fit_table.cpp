@@ -202,8 +202,10 @@ public:
     }
 
 private:
-    // Accurate reciprocals over the powers of the drive frames' bins (2nd
-    // percentile up to 16 times the 99.5th: a scene on top of the motor).
+    // Reciprocals accurate from the quietest drive bins (2nd percentile of
+    // the take's drive-frame powers) up to full scale: a scene may be
+    // recorded far louder than the calibration take (a coarse table above
+    // the take's own powers cost loud scenes 1-5 dB of attenuation).
     void fit_division(st_vorl &p, int fold) {
         std::vector<float> powers;
         for (std::size_t f = 0; f < analysis_.powers.size(); ++f) {
@@ -214,15 +216,10 @@ private:
             }
         }
         if (powers.empty()) return;
-        auto percentile = [&](double q) {
-            auto at = powers.begin() + static_cast<std::ptrdiff_t>(q * static_cast<double>(powers.size() - 1));
-            std::nth_element(powers.begin(), at, powers.end());
-            return *at;
-        };
-        const float low = std::max(percentile(0.02), 1e-12f), high = 16.0f * percentile(0.995);
-        tablekit::fill_division_table_for_range(p, low, std::max(high, 2.0f * low));
-        report_.division_low = low;
-        report_.division_high = high;
+        auto low = powers.begin() + static_cast<std::ptrdiff_t>(0.02 * static_cast<double>(powers.size() - 1));
+        std::nth_element(powers.begin(), low, powers.end());
+        report_.division_low = std::max(*low, 1e-12f);
+        report_.division_ratio = tablekit::fill_division_table_down_to(p, report_.division_low);
     }
 
     const Take &take_;

@@ -17,7 +17,8 @@
 //   fourth bin and never below 0;
 // - template 0 ("AF") from the autofocus frames, if the take has any: their
 //   motor power (the difference model is off outside zoom drives);
-// - the division table, accurate over the bin powers the drives show;
+// - the division table, accurate from the quietest drive bins up to full
+//   scale;
 // - the curve's limits (four times each node, at least 2; the floor half the
 //   smallest node), so the library's plausibility check accepts learning;
 // - a cap on the coefficient: where the motor is nearly the same in both
@@ -69,7 +70,7 @@ struct FitReport {
     int af_frames = 0, quiet_frames = 0;
     std::vector<DriveRun> runs;
     std::array<std::array<std::array<double, 65>, 2>, 3> templates{};  // node values [AF,WT,TW][ch][g]
-    float division_low = 0, division_high = 0;     // range fitted accurately
+    float division_low = 0, division_ratio = 0;    // division table: lowest threshold, step
     Suppression base{}, chosen{};
     std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
     bool compared = false;

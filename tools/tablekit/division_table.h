@@ -11,11 +11,11 @@ namespace vorl::tablekit {
 // seed the one that minimises the worst relative error on its interval.
 void fill_division_table(st_vorl &p, float top, float ratio);
 
-// A table accurate to 1e-3 after two Newton steps (intervals of ratio
-// sqrt 2) from `low` up to `high`, with coarser intervals above, up to 2^17
-// (beyond any 16-bit frame's bin power, so loud bins never clamp), and
-// below. When 27 intervals cannot cover the range at sqrt 2, the accurate
-// part keeps its top at `high` and ends above `low`.
-void fill_division_table_for_range(st_vorl &p, float low, float high);
+// Thresholds from 2^17 (beyond any 16-bit frame's bin power, so loud bins
+// never clamp) down to `low` in equal steps of at least 2: two Newton steps
+// then leave a relative error of at most 1.2 % anywhere in between, however
+// loud the recording is against the powers `low` came from. Returns the
+// step ratio.
+float fill_division_table_down_to(st_vorl &p, float low);
 
 }  // namespace vorl::tablekit
