@@ -51,6 +51,15 @@ TEST(DriveDetector, LeavesWideStereoContentWithoutDrivesIdle) {
     for (const DriveWords &w : vorl::detect_drives(silence.data(), 48000)) ASSERT_EQ(w, DriveWords{});
 }
 
+// Music with cymbals, placed off centre: its high frequencies alone look
+// like a motor, and once held drives on for 20-30 blocks past their ends.
+TEST(DriveDetector, DriveEdgesStayPutUnderCymbals) {
+    const Scene s = make_scene({SceneType::music, 0, 102}, 20.0);
+    const Counts c = zoom_counts(s.words, vorl::detect_drives(s.noisy.data(), s.frames()));
+    EXPECT_LT(c.wrong, 0.01 * static_cast<double>(s.words.size()));
+    EXPECT_GT(c.f1(), 0.97);
+}
+
 TEST(DriveDetector, FindsWindAndAutofocusMoves) {
     const Scene windy = make_scene({SceneType::wind, 10, 1000}, 20.0);
     const std::vector<DriveWords> found = vorl::detect_drives(windy.noisy.data(), windy.frames());

@@ -9,7 +9,11 @@ namespace vorl {
 namespace {
 
 constexpr int kFrame = 2 * DriveDetector::kBlock;
-constexpr int kFirstBin = 16, kEndBin = 128;   // 1.5-12 kHz: motor hiss, clicks, whine harmonics
+// 1.5-7.5 kHz: motor hiss, clicks, whine harmonics. Not higher: far-field
+// sound reaches the capsules up to about 1.5 samples apart, which alone
+// lifts |L-R|^2 to the level of |L+R|^2 from about 7 kHz up (cymbals and
+// hi-hats then looked like a motor and held drives on past their end).
+constexpr int kFirstBin = 16, kEndBin = 80;
 constexpr int kRank = (kEndBin - kFirstBin) * 3 / 4;  // 75th percentile
 constexpr float kFloor = 1e-5f;                // about -80 dBFS per bin: silence is idle
 constexpr float kZoomOnDb = -1.0f, kZoomOffDb = -4.0f;
@@ -86,25 +90,25 @@ void DriveDetector::analyse(const int16_t *blocks[2], BlockState &out) {
         for (int g = 0; g < kGroups; ++g) idle_common_[g] += kIdleSmooth * (out.common[g] - idle_common_[g]);
 }
 
-// The hysteresis decisions of blocks block-kWindow .. block+kWindow with gaps
-// shorter than kMaxGapBlocks closed and runs shorter than kMinBlocks dropped,
-// at `block`.
+// The hysteresis decisions of blocks block-kWindow .. block+kWindow with
+// runs shorter than kMinBlocks dropped, then gaps shorter than
+// kMaxGapBlocks closed, at `block`. In that order a click of the scene just
+// before or after a drive cannot stretch the drive over the gap to it.
 bool DriveDetector::filtered(int64_t block) const {
     bool on[2 * kWindow + 1];
     for (int j = 0; j <= 2 * kWindow; ++j) {
         const int64_t b = block - kWindow + j;
         on[j] = b >= 0 && at(b).raw;
     }
-    for (int j = 0, start; j <= 2 * kWindow; j = start) {  // close short gaps between runs
-        for (start = j; start <= 2 * kWindow && on[start] == on[j]; ++start) {}
-        if (!on[j] && j > 0 && start <= 2 * kWindow && start - j < kMaxGapBlocks) std::fill(on + j, on + start, true);
+    for (int j = 0, end; j <= 2 * kWindow; j = end) {  // drop short runs (not those the window cuts)
+        for (end = j; end <= 2 * kWindow && on[end] == on[j]; ++end) {}
+        if (on[j] && j > 0 && end <= 2 * kWindow && end - j < kMinBlocks) std::fill(on + j, on + end, false);
     }
-    int begin = kWindow, end = kWindow + 1;  // the run around the middle
-    if (!on[kWindow]) return false;
-    while (begin > 0 && on[begin - 1]) --begin;
-    while (end <= 2 * kWindow && on[end]) ++end;
-    // A run reaching the window's edge continues beyond it: long enough.
-    return end - begin >= kMinBlocks || begin == 0 || end > 2 * kWindow;
+    for (int j = 0, end; j <= 2 * kWindow; j = end) {  // close short gaps between runs
+        for (end = j; end <= 2 * kWindow && on[end] == on[j]; ++end) {}
+        if (!on[j] && j > 0 && end <= 2 * kWindow && end - j < kMaxGapBlocks) std::fill(on + j, on + end, true);
+    }
+    return on[kWindow];
 }
 
 uint32_t DriveDetector::direction_at_onset(int64_t block) {

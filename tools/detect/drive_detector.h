@@ -3,11 +3,11 @@
 // The zoom and autofocus motors sit a few centimetres from the two capsules
 // and reach them through different paths, so while a motor runs the power
 // of the channel difference L-R rises to about that of the sum L+R across
-// the mid and high bands, where far-field sound (nearly the same in both
-// channels) leaves the difference 10-30 dB below the sum. Per block the
-// detector takes the 75th percentile over bins 16..127 (1.5-12 kHz) of the
-// per-bin ratio |L-R|^2 / (|L+R|^2 + floor), smooths it over three blocks
-// and switches with hysteresis; runs shorter than kMinBlocks are dropped,
+// the mid bands, where far-field sound (nearly the same in both channels)
+// leaves the difference 10-30 dB below the sum. Per block the detector
+// takes the 75th percentile over bins 16..79 (1.5-7.5 kHz) of the per-bin
+// ratio |L-R|^2 / (|L+R|^2 + floor), smooths it over three blocks and
+// switches with hysteresis; runs shorter than kMinBlocks are dropped, then
 // gaps shorter than kMaxGapBlocks are closed, and each run is widened by a
 // block on both sides (a drive rarely starts on a block boundary). Wind is
 // low-frequency sound (bins 0-2, below 280 Hz) that is incoherent between
