@@ -16,6 +16,8 @@
 #include <espeak-ng/speak_lib.h>
 #include <soxr.h>
 
+#include "pending_file.h"
+
 namespace scenekit {
 
 const char *const kVoices[] = {"en-us+m3", "en+f2", "en-us+f4", "en-gb-scotland+m1",
@@ -40,30 +42,6 @@ const int kSentenceCount = sizeof kSentences / sizeof kSentences[0];
 
 namespace {
 
-bool write_all(int fd, const void *data, std::size_t bytes) {
-    const char *p = static_cast<const char *>(data);
-    while (bytes > 0) {
-        const ssize_t n = write(fd, p, bytes);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        bytes -= static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
-bool read_all(int fd, void *data, std::size_t bytes) {
-    char *p = static_cast<char *>(data);
-    while (bytes > 0) {
-        const ssize_t n = read(fd, p, bytes);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        bytes -= static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
 std::vector<short> g_samples;  // filled by the synthesis callback
 
 int collect(short *wav, int count, espeak_EVENT *) {
@@ -71,8 +49,9 @@ int collect(short *wav, int count, espeak_EVENT *) {
     return 0;
 }
 
-// In the child: synthesises and writes the engine's rate (0 when it cannot
-// start, -1 for an unknown voice, -2 when synthesis fails), the sample count and the samples to `fd`.
+// In the child: synthesises, then writes to `fd` the engine's rate (0 when
+// it cannot start, -1 for an unknown voice, -2 when synthesis fails), the
+// sample count and the samples.
 [[noreturn]] void synthesise_into(int fd, const std::string &voice, const std::string &text, int wpm) {
     int rate = espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, nullptr, espeakINITIALIZE_DONT_EXIT);
     if (rate > 0) {
@@ -87,8 +66,8 @@ int collect(short *wav, int count, espeak_EVENT *) {
             rate = -2;
     }
     const uint64_t count = rate > 0 ? g_samples.size() : 0;
-    bool ok = write_all(fd, &rate, sizeof rate) && write_all(fd, &count, sizeof count) &&
-              write_all(fd, g_samples.data(), count * sizeof(short));
+    bool ok = vorl::write_fully(fd, &rate, sizeof rate) && vorl::write_fully(fd, &count, sizeof count) &&
+              vorl::write_fully(fd, g_samples.data(), count * sizeof(short));
     _exit(ok ? 0 : 1);
 }
 
@@ -109,10 +88,11 @@ std::vector<short> spoken(const std::string &voice, const std::string &text, int
     uint64_t count = 0;
     rate = 0;
     std::vector<short> samples;
-    bool ok = read_all(fds[0], &rate, sizeof rate) && read_all(fds[0], &count, sizeof count) && count < (1u << 28);
+    bool ok = vorl::read_fully(fds[0], &rate, sizeof rate) && vorl::read_fully(fds[0], &count, sizeof count) &&
+              count < (1u << 28);
     if (ok) {
         samples.resize(count);
-        ok = read_all(fds[0], samples.data(), count * sizeof(short));
+        ok = vorl::read_fully(fds[0], samples.data(), count * sizeof(short));
     }
     close(fds[0]);
     int status = 0;

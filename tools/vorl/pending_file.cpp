@@ -156,14 +156,7 @@ PendingFile::~PendingFile() { discard(); }
 int PendingFile::duplicate_fd() const { return fcntl(fd_, F_DUPFD_CLOEXEC, 0); }
 
 void PendingFile::write_all(const void *data, std::size_t size) {
-    const auto *p = static_cast<const char *>(data);
-    while (size > 0) {
-        const ssize_t n = write(fd_, p, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) cli::input_error(destination_ + ": write failed: " + std::strerror(errno));
-        p += n;
-        size -= static_cast<std::size_t>(n);
-    }
+    if (!write_fully(fd_, data, size)) cli::input_error(destination_ + ": write failed: " + std::strerror(errno));
 }
 
 void PendingFile::commit() {
@@ -257,14 +250,8 @@ ScratchFile::~ScratchFile() {
 }
 
 void ScratchFile::append(const void *data, std::size_t size) {
-    const auto *p = static_cast<const char *>(data);
-    while (size > 0) {
-        const ssize_t n = write(fd_, p, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) cli::input_error(system_temp_dir() + ": cannot write a working file: " + std::strerror(errno));
-        p += n;
-        size -= static_cast<std::size_t>(n);
-    }
+    if (!write_fully(fd_, data, size))
+        cli::input_error(system_temp_dir() + ": cannot write a working file: " + std::strerror(errno));
 }
 
 void ScratchFile::append_all_from(int fd, const std::string &what) {
@@ -286,13 +273,36 @@ void ScratchFile::copy_to(int fd, const std::string &what) const {
         if (n < 0) cli::input_error(what + ": cannot read back the output: " + std::strerror(errno));
         if (n == 0) return;
         at += n;
-        for (ssize_t done = 0; done < n;) {
-            const ssize_t w = write(fd, buf.data() + done, static_cast<std::size_t>(n - done));
-            if (w < 0 && errno == EINTR) continue;
-            if (w <= 0) cli::input_error(what + ": write failed: " + std::strerror(errno));
-            done += w;
-        }
+        if (!write_fully(fd, buf.data(), static_cast<std::size_t>(n)))
+            cli::input_error(what + ": write failed: " + std::strerror(errno));
     }
+}
+
+bool write_fully(int fd, const void *data, std::size_t size) {
+    const auto *p = static_cast<const char *>(data);
+    while (size > 0) {
+        const ssize_t n = write(fd, p, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (n == 0) errno = EIO;
+            return false;
+        }
+        p += n;
+        size -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool read_fully(int fd, void *data, std::size_t size) {
+    auto *p = static_cast<char *>(data);
+    while (size > 0) {
+        const ssize_t n = read(fd, p, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= static_cast<std::size_t>(n);
+    }
+    return true;
 }
 
 std::string system_temp_dir() {

@@ -78,6 +78,11 @@ private:
     int slot_ = -1;
 };
 
+// All `size` bytes through write(2) or read(2), retrying after signals;
+// false on an error, and for reading on an end before `size` bytes.
+bool write_fully(int fd, const void *data, std::size_t size);
+bool read_fully(int fd, void *data, std::size_t size);
+
 // The folder for private working copies: $TMPDIR, else /tmp.
 std::string system_temp_dir();
 
