@@ -59,22 +59,36 @@ void DriveDetector::analyse(const int16_t *blocks[2], BlockState &out) {
         re = spec[c][k];
         im = k == 0 || k == kFrame / 2 ? 0.0f : spec[c][kFrame - k];
     };
-    float ratio[kEndBin - kFirstBin];
-    float wind_diff = 0.0f, wind_sum = 0.0f;
-    std::fill(std::begin(out.common), std::end(out.common), 0.0f);
-    for (int k = 0; k < kEndBin || k <= 4 * kGroups; ++k) {
+    auto powers = [&bin](int k, float &diff, float &sum) {  // |L-R|^2 and |L+R|^2
         float lr, li, rr, ri;
         bin(0, k, lr, li);
         bin(1, k, rr, ri);
-        const float diff = (lr - rr) * (lr - rr) + (li - ri) * (li - ri);
-        const float sum = (lr + rr) * (lr + rr) + (li + ri) * (li + ri);
-        if (k >= kFirstBin && k < kEndBin) ratio[k - kFirstBin] = diff / (sum + kFloor);
-        if (k < kWindBins) {
-            wind_diff += diff;
-            wind_sum += sum;
-        }
-        if (k >= 1 && k <= 4 * kGroups) out.common[(k - 1) / 4] += (lr * rr + li * ri);  // Re(L conj R)
+        diff = (lr - rr) * (lr - rr) + (li - ri) * (li - ri);
+        sum = (lr + rr) * (lr + rr) + (li + ri) * (li + ri);
+    };
+    float ratio[kEndBin - kFirstBin];
+    for (int k = kFirstBin; k < kEndBin; ++k) {
+        float diff, sum;
+        powers(k, diff, sum);
+        ratio[k - kFirstBin] = diff / (sum + kFloor);
     }
+    float wind_diff = 0.0f, wind_sum = 0.0f;
+    for (int k = 0; k < kWindBins; ++k) {
+        float diff, sum;
+        powers(k, diff, sum);
+        wind_diff += diff;
+        wind_sum += sum;
+    }
+    // The common-mode power per template group only tells the directions
+    // apart; with equal templates it is not needed.
+    std::fill(std::begin(out.common), std::end(out.common), 0.0f);
+    if (directions_differ_)
+        for (int k = 1; k <= 4 * kGroups; ++k) {
+            float lr, li, rr, ri;
+            bin(0, k, lr, li);
+            bin(1, k, rr, ri);
+            out.common[(k - 1) / 4] += (lr * rr + li * ri);  // Re(L conj R)
+        }
     std::nth_element(ratio, ratio + kRank, std::end(ratio));
     out.ratio_db = ratio[kRank] > 0.0f ? 10.0f * std::log10(ratio[kRank]) : -100.0f;
 
@@ -86,7 +100,7 @@ void DriveDetector::analyse(const int16_t *blocks[2], BlockState &out) {
     else if (wind_on_ && (share < kWindOffRatio || wind_diff_ < kWindOffPower)) wind_on_ = false;
     out.wind = wind_on_;
 
-    if (out.ratio_db < kZoomOffDb)
+    if (directions_differ_ && out.ratio_db < kZoomOffDb)
         for (int g = 0; g < kGroups; ++g) idle_common_[g] += kIdleSmooth * (out.common[g] - idle_common_[g]);
 }
 
