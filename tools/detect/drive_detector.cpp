@@ -147,7 +147,13 @@ bool DriveDetector::output(DriveWords &words) {
     // decision is for block pushed_ - 3.
     const int64_t k = emitted_;
     if (k > pushed_ - 3 - 1 - kWindow) return false;
-    const bool zoom = filtered(k - 1) || filtered(k) || filtered(k + 1);
+    // Each block's filtered decision is made once: as k + 1, then kept for
+    // the next two words (runs are widened by a block on both sides).
+    if (k == 0) kept_[1] = filtered(0);
+    const bool next = filtered(k + 1);
+    const bool zoom = kept_[0] || kept_[1] || next;
+    kept_[0] = kept_[1];
+    kept_[1] = next;
     if (zoom && run_start_ < 0) {
         run_start_ = k;
         run_direction_ = direction_at_onset(k);

@@ -87,6 +87,7 @@ private:
     bool zoom_on_ = false, wind_on_ = false;
     float wind_diff_ = 0.0f, wind_sum_ = 0.0f;
     float idle_common_[64] = {};
+    bool kept_[2] = {false, false};  // filtered decisions of blocks k - 1 and k at output(k)
     int64_t run_start_ = -1;
     uint32_t run_direction_ = 1;
     BlockState ring_[kHistory];
