@@ -12,10 +12,12 @@
 #include <sndfile.h>
 
 #include "audio_io.h"
+#include "background_io.h"
 #include "drive_schedule.h"
 #include "engine_stream.h"
 #include "host_session.h"
 #include "pending_file.h"
+#include "ratio_reporter.h"
 #include "table_store.h"
 
 namespace {
@@ -65,24 +67,56 @@ void BM_library_alone(benchmark::State &state) {
         benchmark::DoNotOptimize(out[0]);
     }
 }
-BENCHMARK(BM_library_alone)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_library_alone)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// One "vorl process IN OUT" run, reading and writing ahead and behind on
+// threads of their own as the tool does.
+void process_file(const std::string &in_path, const std::string &out_path) {
+    vorl::HostSession session(vorl::default_table(), "built-in table");
+    const vorl::DriveSchedule idle;
+    vorl::AudioReader in_file(in_path);
+    vorl::AudioWriter out_file(out_path, kRate, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    vorl::ReadAhead in(in_file, vorl::kFileChunkFrames);
+    vorl::WriteBehind out(out_file, vorl::kFileChunkFrames);
+    vorl::EngineStream engine(session, idle, kRate, false, false,
+                              [&](const int16_t *p, std::size_t n) { out.write(p, n); });
+    const int16_t *frames = nullptr;
+    while (const std::size_t n = in.read_in_place(frames, 16384)) engine.push(frames, n);
+    engine.finish();
+    out.commit();
+}
+
+// Writing a new file, the usual case.
 void BM_process_file(benchmark::State &state) {
     const std::string in_path = input_file(), out_path = vorl::system_temp_dir() + "/vorl-bench-out.wav";
-    const vorl::DriveSchedule idle;
     for (auto _ : state) {
-        vorl::HostSession session(vorl::default_table(), "built-in table");
-        vorl::AudioReader in(in_path);
-        vorl::AudioWriter out(out_path, kRate, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-        vorl::EngineStream engine(session, idle, kRate, false, false,
-                                  [&](const int16_t *p, std::size_t n) { out.write(p, n); });
-        std::vector<int16_t> buf(2 * 16384);
-        while (const std::size_t n = in.read(buf.data(), 16384)) engine.push(buf.data(), n);
-        engine.finish();
-        out.commit();
+        state.PauseTiming();
+        std::remove(out_path.c_str());
+        state.ResumeTiming();
+        process_file(in_path, out_path);
     }
     std::remove(out_path.c_str());
 }
-BENCHMARK(BM_process_file)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_process_file)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Replacing the previous output (-y): the file system also frees the old one.
+void BM_process_file_replacing(benchmark::State &state) {
+    const std::string in_path = input_file(), out_path = vorl::system_temp_dir() + "/vorl-bench-out.wav";
+    for (auto _ : state) process_file(in_path, out_path);
+    std::remove(out_path.c_str());
+}
+BENCHMARK(BM_process_file_replacing)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
+
+int main(int argc, char **argv) {
+    return vorl::bench::run_with_ratios(
+        argc, argv,
+        [](const auto &real) {
+            const double alone = real("BM_library_alone/real_time");
+            if (alone <= 0) return;
+            for (const char *run : {"BM_process_file/real_time", "BM_process_file_replacing/real_time"})
+                if (real(run) > 0) std::printf("%s / library alone: %.3f\n", run, real(run) / alone);
+        },
+        vorl::bench::RatioReporter::Clock::Real);
+}

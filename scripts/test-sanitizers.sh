@@ -3,8 +3,9 @@
 #  1. AddressSanitizer + UndefinedBehaviorSanitizer (leak detection on,
 #     -fno-sanitize-recover=all) over the whole test suite, the fuzzing
 #     replays included, in build-asan.
-#  2. ThreadSanitizer over the parallel-instances test in build-tsan; any
-#     report fails it (the shared diagnostic dval included).
+#  2. ThreadSanitizer over the parallel-instances test and the tool's
+#     background reading and writing in build-tsan; any report fails it
+#     (the shared diagnostic dval included).
 # Both keep the library's floating-point rules (-ffp-contract=off). The
 # exported-symbol check is left to the normal build: the instrumentation
 # exports type descriptors of its own (-fsanitize=function).
@@ -39,8 +40,8 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1:che
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure --no-tests=error -j"$jobs" -E '^exported_symbols$'
 
-echo "== ThreadSanitizer: instances on parallel threads"
-configure build-tsan "-fsanitize=thread" -DVORL_BUILD_TOOLS=OFF
-cmake --build build-tsan -j"$jobs" --target test_threads
+echo "== ThreadSanitizer: instances on parallel threads, the tool's reading ahead and writing behind"
+configure build-tsan "-fsanitize=thread"
+cmake --build build-tsan -j"$jobs" --target test_threads test_background_io
 TSAN_OPTIONS=halt_on_error=1:abort_on_error=1:second_deadlock_stack=1 \
-  ctest --test-dir build-tsan -R '^ParallelInstances\.' --output-on-failure --no-tests=error
+  ctest --test-dir build-tsan -R '^(ParallelInstances|ReadAhead|WriteBehind)\.' --output-on-failure --no-tests=error

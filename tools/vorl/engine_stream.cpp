@@ -7,6 +7,22 @@ namespace vorl {
 
 namespace {
 constexpr std::size_t kBlock = VORL_BLOCK_FRAMES;
+
+// Samples of `out` at full scale where `in` was not. Output at full scale is
+// rare, so a pass of minimum and maximum (two vector operations per lane)
+// decides whether the exact count is needed.
+uint64_t count_saturated(const int16_t *out, const int16_t *in, int64_t samples) {
+    int16_t lo = 0, hi = 0;
+    for (int64_t i = 0; i < samples; ++i) {
+        lo = std::min(lo, out[i]);
+        hi = std::max(hi, out[i]);
+    }
+    if (lo > -32768 && hi < 32767) return 0;
+    uint64_t n = 0;
+    for (int64_t i = 0; i < samples; ++i)
+        n += static_cast<uint64_t>((out[i] == 32767 || out[i] == -32768) && out[i] != in[i]);
+    return n;
+}
 constexpr std::size_t kDelay = VORL_DELAY_FRAMES;  // three blocks
 constexpr std::size_t kChunk = 64 * kBlock;
 }  // namespace
@@ -67,12 +83,7 @@ void EngineStream::run_chunk(bool at_end) {
     const int64_t span = static_cast<int64_t>(chunk_blocks * kBlock);
     const int64_t from = std::max<int64_t>(0, skip - produced_);
     const int64_t upto = raw_ ? span : std::min<int64_t>(span, skip + frames_ - produced_);
-    uint32_t clipped = 0;  // bitwise tests, so the loop vectorises
-    for (int64_t i = 2 * from; i < 2 * upto; ++i) {
-        const int16_t v = out_[static_cast<std::size_t>(i)], was = seen_[static_cast<std::size_t>(i)];
-        clipped += static_cast<uint32_t>(((v == 32767) | (v == -32768)) & (v != was));
-    }
-    saturated_ += clipped;
+    saturated_ += count_saturated(out_.data() + 2 * from, seen_.data() + 2 * from, 2 * std::max<int64_t>(0, upto - from));
     if (mix_) mix_->apply(out_.data(), removed_.data(), static_cast<std::size_t>(span));
     if (upto > from) {
         sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));

@@ -12,6 +12,7 @@
 #include <set>
 
 #include "audio_io.h"
+#include "background_io.h"
 #include "cli.h"
 #include "commands.h"
 #include "drive_schedule.h"
@@ -32,7 +33,7 @@ namespace vorl {
 namespace {
 
 constexpr int kTunedRate = 48000;
-constexpr std::size_t kReadFrames = 16384;  // per libsndfile call
+constexpr std::size_t kReadFrames = 16384;  // per engine push
 
 const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
@@ -359,10 +360,10 @@ int report_learning(const Options &o, HostSession &session) {
 }
 
 // Feeds IN to the engine at IN's rate; the engine writes OUT directly.
-void run_at_input_rate(SampleReader &in, EngineStream &engine, Progress &progress) {
-    std::vector<int16_t> buf(2 * kReadFrames);
-    while (const std::size_t n = in.read(buf.data(), kReadFrames)) {
-        engine.push(buf.data(), n);
+void run_at_input_rate(ReadAhead &in, EngineStream &engine, Progress &progress) {
+    const int16_t *frames = nullptr;
+    while (const std::size_t n = in.read_in_place(frames, kReadFrames)) {
+        engine.push(frames, n);
         progress.update(in.frames_read());
     }
 }
@@ -447,17 +448,23 @@ int run_process(int argc, char **argv, int first) {
         cli::usage_error("--removed needs IN at 48000 Hz or --no-resample; --output removed gives the removed "
                          "sound at " + std::to_string(rate) + " Hz in a run of its own");
     const int format = output_format(o, o.out, in);
-    const std::unique_ptr<SampleWriter> out = open_output(o, o.out, in, format);
-    const std::unique_ptr<SampleWriter> removed =
+    const std::unique_ptr<SampleWriter> out_file = open_output(o, o.out, in, format);
+    const std::unique_ptr<SampleWriter> removed_file =
         o.removed.empty() ? nullptr : open_output(o, o.removed, in, output_format(o, o.removed, in));
+    // Files are read, decoded, encoded and written while the engine works.
+    WriteBehind out_behind(*out_file, kFileChunkFrames);
+    SampleWriter &out = out_behind;
+    const std::unique_ptr<WriteBehind> removed =
+        removed_file ? std::make_unique<WriteBehind>(*removed_file, kFileChunkFrames) : nullptr;
+    ReadAhead ahead(in, kFileChunkFrames);
     Progress progress(!o.quiet, in.frames(), rate);
     const auto started = std::chrono::steady_clock::now();
     std::unique_ptr<RateBridge> bridge;
     if (resample)
-        bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, *out,
+        bridge = std::make_unique<RateBridge>(rate, kTunedRate, !o.raw, out,
                                               format != 0 && (format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_16);
     const EngineStream::Sink to_out = [&](const int16_t *p, std::size_t n) {
-        bridge ? bridge->take(p, n) : out->write(p, n);
+        bridge ? bridge->take(p, n) : out.write(p, n);
     };
     EngineStream engine(session, drive, engine_rate, o.dc_cut, o.raw,
                         o.out_is_removed ? [](const int16_t *, std::size_t) {} : to_out);
@@ -467,13 +474,13 @@ int run_process(int argc, char **argv, int first) {
                                                 : EngineStream::Sink());
     if (o.prime && o.learn.empty()) engine.prime_at_start();
     if (bridge)
-        bridge->run(in, engine, progress, kReadFrames);
+        bridge->run(ahead, engine, progress, kReadFrames);
     else
-        run_at_input_rate(in, engine, progress);
+        run_at_input_rate(ahead, engine, progress);
     if (in.frames_read() == 0) cli::input_error(in.name() + ": holds no audio samples");
     if (!bridge) engine.finish();
     progress.finish();
-    out->commit();
+    out.commit();
     if (removed) removed->commit();
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -506,7 +513,7 @@ int run_process(int argc, char **argv, int first) {
             notes += found;
         }
         if (resample) notes += ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back";
-        if (const auto *video = dynamic_cast<const MediaWriter *>(out.get()))
+        if (const auto *video = dynamic_cast<const MediaWriter *>(out_file.get()))
             notes += ", new audio " + video->encoding();
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
                      in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
