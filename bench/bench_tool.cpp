@@ -1,7 +1,8 @@
-// The whole "vorl process" pipeline (libsndfile reading and writing an
-// atomic output file, the block stream, the host session) beside the
-// library alone on the same 20 s of audio, in one run: the ratio of the two
-// times is what the tool adds.
+// The whole "vorl process" pipeline (libsndfile reading ahead and writing
+// an atomic output file behind on threads of their own, the block stream,
+// the host session) beside the library alone on the same 20 s of audio, in
+// one run: the ratio of the two real times is what the tool adds. Files go
+// to $TMPDIR (TMPDIR=/dev/shm leaves the disk out).
 #include <benchmark/benchmark.h>
 
 #include <cmath>

@@ -231,11 +231,22 @@ AudioWriter::~AudioWriter() {
 void AudioWriter::write(const int16_t *interleaved, std::size_t frames) {
     const sf_count_t put = sf_writef_short(sf_, interleaved, static_cast<sf_count_t>(frames));
     if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
+    note_written(frames);
 }
 
 void AudioWriter::write(const float *interleaved, std::size_t frames) {
     const sf_count_t put = sf_writef_float(sf_, interleaved, static_cast<sf_count_t>(frames));
     if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
+    note_written(frames);
+}
+
+void AudioWriter::note_written(std::size_t frames) {
+    constexpr int64_t kWritebackFrames = 1 << 18;  // 1 MiB of 16-bit stereo
+    unflushed_frames_ += static_cast<int64_t>(frames);
+    if (file_ && unflushed_frames_ >= kWritebackFrames) {
+        file_->start_writeback();
+        unflushed_frames_ = 0;
+    }
 }
 
 void AudioWriter::commit() {

@@ -116,6 +116,8 @@ private:
     std::unique_ptr<PendingFile> file_;   // a named destination
     std::unique_ptr<ScratchFile> spool_;  // standard output, copied out at commit
     sf_private_tag *sf_ = nullptr;
+    int64_t unflushed_frames_ = 0;  // written since the last start of writeback
+    void note_written(std::size_t frames);
 };
 
 }  // namespace vorl

@@ -159,6 +159,10 @@ void PendingFile::write_all(const void *data, std::size_t size) {
     if (!write_fully(fd_, data, size)) cli::input_error(destination_ + ": write failed: " + std::strerror(errno));
 }
 
+void PendingFile::start_writeback() {
+    sync_file_range(fd_, 0, 0, SYNC_FILE_RANGE_WRITE);  // a hint: commit's fsync reports errors
+}
+
 void PendingFile::commit() {
     if (fsync(fd_) != 0 && errno != EINVAL)
         cli::input_error(destination_ + ": cannot flush to disk: " + std::strerror(errno));

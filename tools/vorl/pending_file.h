@@ -29,6 +29,9 @@ public:
     int duplicate_fd() const;
 
     void write_all(const void *data, std::size_t size);  // input error on failure
+    // Starts writing what was written so far to disk, without waiting, so
+    // that commit()'s flush finds little left to do.
+    void start_writeback();
     // Flushes to disk and moves the output over the destination, with the
     // replaced file's permissions (and owner, where allowed).
     void commit();
