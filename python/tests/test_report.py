@@ -36,7 +36,10 @@ def test_report_curves_follow_the_running_sums():
     widths[0] = 1
     node = np.cumsum(np.array(p["zspec_comp_coef_f_LR_d"])[0] * widths)
     assert coef[0][ends[:40]] == pytest.approx(node[:40], rel=1e-5)   # below the fixed-value edge
-    assert background.shape == (3, 2, 256) and background[0].max() == 0
+    # Templates: group 0 at bin 0, then each group's increment added at each of its four bins.
+    row = np.array(p["back_ground_noise"][0][0])
+    level = np.cumsum(np.concatenate(([row[0]], 4 * row[1:])))
+    assert background.shape == (3, 2, 256) and background[0][0][4 * np.arange(64)] == pytest.approx(level[:64], rel=1e-4)
 
 
 def test_report_refuses_mismatched_output_in_words(demo, tmp_path):

@@ -6,11 +6,12 @@
 //     band node (from the motor's own sound in a calibration take); the
 //     table takes the median over the cameras: a typical camera, not one.
 //  2. The drive templates: per camera the part of the motor's power that
-//     the median curve misses, per bin group, median over cameras.
+//     the median curve misses, per bin group, median over cameras; the
+//     autofocus template: the autofocus motor's power, likewise.
 //  3. The division table: power-of-two steps from 2^17 (above any 16-bit
 //     frame) down to 2^-10, so loud whine bins are divided accurately too.
 //  4. The suppression settings (over-estimation, floor, gain smoothing,
-//     template scale) by coordinate search on tuning scenes of every type:
+//     template scales) by coordinate search on tuning scenes of every type:
 //     the smallest mean distance below the oracle without more change
 //     outside drives than -45 dB (or than the start point had).
 // Held-out cameras and seeds are never touched; vorl_eval reports on them.
@@ -54,18 +55,24 @@ struct NoisePowers {
     double frames = 0.0;
 };
 
-NoisePowers zoom_noise_powers(const Scene &take) {
+// The same of its autofocus component over the frames that meet an
+// autofocus-driven block (af word set, no zoom).
+NoisePowers noise_powers(const Scene &take, bool autofocus) {
     st_vorl_inst inst{};
     inst.p_ifft_tbl = IFFT_radix4_time_addition_theorem_wr_wi_2048;
     NoisePowers p;
     const std::size_t frames = take.frames();
+    const Pcm &component = autofocus ? take.af : take.zoom;
+    const auto driven = [&](std::size_t b) {
+        return autofocus ? take.words[b].af != 0 && take.words[b].zoom == 0 : take.words[b].zoom != 0;
+    };
     float x[2][kFrame];
     for (std::size_t f = 1; (f + 1) * kBlock <= frames; ++f) {
-        if (take.words[f - 1].zoom == 0 && take.words[f].zoom == 0) continue;
+        if (!driven(f - 1) && !driven(f)) continue;
         p.frames += 1.0;
         for (int c = 0; c < 2; ++c) {
             for (std::size_t t = 0; t < kFrame; ++t)
-                x[c][t] = take.zoom[2 * ((f - 1) * kBlock + t) + c] * sin_win_tbl[t <= 256 ? t : kFrame - t];
+                x[c][t] = component[2 * ((f - 1) * kBlock + t) + c] * sin_win_tbl[t <= 256 ? t : kFrame - t];
             sound_vorl_rfft_sac(x[c], static_cast<int32_t>(kFrame), &inst);
         }
         for (std::size_t k = 0; k < kBins; ++k) {
@@ -101,7 +108,8 @@ void set_curve(st_vorl &p, int ch, const double values[72]) {
 // Steps 1 and 2: the median camera's curve and drive templates.
 struct Typical {
     double curve[2][72];
-    double tmpl[2][kGroups];  // per group, the power the curve misses
+    double tmpl[2][kGroups];     // per group, the power the curve misses
+    double af_tmpl[2][kGroups];  // per group, the autofocus motor's power
 };
 
 // How the cameras' ratios at a node become the table's: their median, the
@@ -110,7 +118,26 @@ struct Typical {
 enum class CurveRule { median, pooled, flat };
 const char *const kCurveRuleNames[] = {"median", "pooled", "flat"};
 
-Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, CurveRule rule) {
+// Per group, the median over cameras of the mean power per bin and frame
+// of `power(camera, bin)`.
+template <typename Power>
+void median_groups(std::size_t cameras, const std::vector<NoisePowers> &cams, Power power, double out[kGroups]) {
+    for (std::size_t g = 0; g < kGroups; ++g) {
+        std::vector<double> per_camera;
+        for (std::size_t c = 0; c < cameras; ++c) {
+            double sum = 0.0, bins = 0.0;
+            for (std::size_t k = g == 0 ? 0 : 4 * g - 3; k <= std::min<std::size_t>(4 * g, kBins - 1); ++k) {
+                sum += power(c, k);
+                bins += 1.0;
+            }
+            per_camera.push_back(cams[c].frames > 0 ? sum / bins / cams[c].frames : 0.0);
+        }
+        out[g] = std::max(0.0, median(per_camera));
+    }
+}
+
+Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, const std::vector<NoisePowers> &af,
+                       CurveRule rule) {
     Typical t{};
     std::vector<std::vector<double>> per_bin(2, std::vector<double>(kBins));  // the median curve at every bin
     for (int ch = 0; ch < 2; ++ch) {
@@ -138,18 +165,12 @@ Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, C
             per_bin[ch][k] = lo + (t.curve[ch][b] - lo) * static_cast<double>(k - first + 1) / span;
             if (k > p.zspec_comp_max_freq) per_bin[ch][k] = p.zspec_comp_replace_value;
         }
-        for (std::size_t g = 0; g < kGroups; ++g) {
-            std::vector<double> missed;
-            for (const NoisePowers &n : cams) {
-                double sum = 0.0, bins = 0.0;
-                for (std::size_t k = g == 0 ? 0 : 4 * g - 3; k <= std::min<std::size_t>(4 * g, kBins - 1); ++k) {
-                    sum += (ch ? n.right[k] : n.left[k]) - per_bin[ch][k] * n.diff[k];
-                    bins += 1.0;
-                }
-                missed.push_back(sum / bins / n.frames);  // mean power per bin and frame
-            }
-            t.tmpl[ch][g] = std::max(0.0, median(missed));
-        }
+        median_groups(cams.size(), cams, [&](std::size_t c, std::size_t k) {
+            const NoisePowers &n = cams[c];
+            return (ch ? n.right[k] : n.left[k]) - per_bin[ch][k] * n.diff[k];
+        }, t.tmpl[ch]);
+        median_groups(af.size(), af, [&](std::size_t c, std::size_t k) { return ch ? af[c].right[k] : af[c].left[k]; },
+                      t.af_tmpl[ch]);
     }
     return t;
 }
@@ -162,12 +183,12 @@ void set_template(float row[kGroups], const std::vector<double> &level) {
 }
 
 // The searched settings, by name; each has its candidate values.
-enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kRegion0, kKnobs = kRegion0 + 5 };
+enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kRegion0, kKnobs = kRegion0 + 5 };
 using Knobs = std::vector<double>;
 // Frequency regions of the curve multipliers, upper bins (of 256): rumble,
 // whine fundamentals, whine harmonics and clicks, hiss, the top.
 constexpr std::size_t kRegionEnd[5] = {3, 18, 54, 128, 256};
-const char *const kKnobNames[kKnobs] = {"curve", "over_est", "floor", "gain_sm", "tmpl",
+const char *const kKnobNames[kKnobs] = {"curve", "over_est", "floor", "gain_sm", "tmpl", "af_tmpl",
                                        "x<280Hz", "x<1.7k", "x<5k", "x<12k", "x>12k"};
 
 struct TypeFigures {
@@ -177,10 +198,14 @@ struct TypeFigures {
 class Tuner {
 public:
     Tuner(st_vorl_tbl base, int seeds, double seconds) : base_(base) {
-        std::vector<NoisePowers> cams;
-        for (int cam = 0; cam < kCameras; ++cam) cams.push_back(zoom_noise_powers(make_calibration(cam, 1)));
+        std::vector<NoisePowers> cams, af;
+        for (int cam = 0; cam < kCameras; ++cam) {
+            const Scene take = make_calibration(cam, 1);
+            cams.push_back(noise_powers(take, false));
+            af.push_back(noise_powers(take, true));
+        }
         for (CurveRule rule : {CurveRule::median, CurveRule::pooled, CurveRule::flat})
-            typical_.push_back(typical_camera(base.st_vorl, cams, rule));
+            typical_.push_back(typical_camera(base.st_vorl, cams, af, rule));
         for (SceneType type : kSceneTypes)
             for (int cam = 0; cam < kCameras; ++cam)
                 for (int s = 0; s < seeds; ++s) {
@@ -215,6 +240,13 @@ public:
                 for (std::size_t g = 0; g < kGroups; ++g) level[g] = k[kTemplate] * typical.tmpl[ch][g];
                 set_template(p.back_ground_noise[dir][ch], level);
             }
+        // Template 0 is used only where the host switches it on for
+        // autofocus blocks (bn_proc_flag keeps bit 0 clear).
+        for (int ch = 0; ch < 2; ++ch) {
+            std::vector<double> level(kGroups);
+            for (std::size_t g = 0; g < kGroups; ++g) level[g] = k[kAfTemplate] * typical.af_tmpl[ch][g];
+            set_template(p.back_ground_noise[0][ch], level);
+        }
         vorl::tablekit::seal(t);
         return t;
     }
@@ -293,18 +325,18 @@ int main(int argc, char **argv) {
         Tuner tuner(base, seeds, seconds);
 
         const auto as_given = tuner.figures(base);
-        print("base", {0, base.st_vorl.over_est, base.st_vorl.nr_floor_coef, base.st_vorl.nr_gain_sm_coef, 0, 1, 1, 1, 1, 1},
+        print("base", {0, base.st_vorl.over_est, base.st_vorl.nr_floor_coef, base.st_vorl.nr_gain_sm_coef, 0, 0, 1, 1, 1, 1, 1},
               as_given, score(as_given, as_given));
         // A fixed start (not BASE's values), so that tuning its own output
         // again gives the same table.
-        Knobs best{0, 2.0, 0.1, 0.5, 1, 1, 1, 1, 1, 1};
+        Knobs best{0, 2.0, 0.1, 0.5, 1, 0, 1, 1, 1, 1, 1};
         const auto start = tuner.figures(best);
         double best_score = score(start, start);
         print("start", best, start, best_score);
         const std::vector<double> region{0.5, 0.7, 1.0, 1.4, 2.0, 3.0};
         const std::vector<std::vector<double>> candidates{
             {0, 1, 2}, {1.5, 2.0, 3.0, 4.0, 5.0, 6.0, 8.0}, {0.03, 0.05, 0.07, 0.1, 0.14}, {0.3, 0.4, 0.5, 0.6, 0.7},
-            {0.0, 0.5, 1.0, 2.0}, region, region, region, region, region};
+            {0.0, 0.5, 1.0, 2.0}, {0.0, 0.25, 0.5, 1.0, 2.0, 4.0}, region, region, region, region, region};
         for (int pass = 0; pass < passes; ++pass)
             for (int knob = 0; knob < kKnobs; ++knob)
                 for (double v : candidates[static_cast<std::size_t>(knob)]) {
