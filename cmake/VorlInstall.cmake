@@ -64,6 +64,8 @@ install(FILES ${PROJECT_BINARY_DIR}/vorl.pc DESTINATION ${vorl_pc_dir} COMPONENT
 # ------------------------------------------------------------ tool, docs
 if(TARGET vorl_tool)
   install(TARGETS vorl_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  # Its video module, where the tool looks for it (tools/vorl/CMakeLists.txt).
+  install(TARGETS vorl_video LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vorl COMPONENT tool)
   find_program(VORL_HELP2MAN help2man)
   if(VORL_HELP2MAN AND NOT CMAKE_CROSSCOMPILING)
     set(vorl_man ${PROJECT_BINARY_DIR}/vorl.1)

@@ -55,6 +55,13 @@ if(EXISTS ${root}/bin/vorl)
   if(NOT out MATCHES "^vorl [0-9]+\\.[0-9]+\\.[0-9]+ \\(libvorl [0-9]+\\.[0-9]+\\.[0-9]+\\)\n$")
     message(FATAL_ERROR "unexpected vorl --version output: ${out}")
   endif()
+  # Video files go through a module the installed tool must find: a missing
+  # clip then is a missing file, not a missing module.
+  execute_process(COMMAND ${root}/bin/vorl process ${PREFIX}/missing.mp4 ${PREFIX}/out.mp4
+                  RESULT_VARIABLE status ERROR_VARIABLE err)
+  if(NOT status EQUAL 2 OR NOT err MATCHES "missing.mp4: no such file")
+    message(FATAL_ERROR "the installed vorl did not reach its video module: ${err}")
+  endif()
   find_program(MAN man)
   if(MAN AND EXISTS ${root}/share/man/man1/vorl.1)
     run("man -l vorl.1" ${CMAKE_COMMAND} -E env MANWIDTH=80 ${MAN} -l ${root}/share/man/man1/vorl.1)

@@ -68,27 +68,13 @@ AVSampleFormat encoder_sample_format(const AVCodec *codec) {
 
 }  // namespace
 
-bool is_video_container(const std::string &path) {
-    const std::string ext = lower_extension(path);
-    if (ext == "mp4" || ext == "m4v" || ext == "mov" || ext == "mkv") return true;
-    if (path == "-" || !file_exists(path)) return false;
+bool probe_video_container(const std::string &path) {
     quiet_ffmpeg();
     AVFormatContext *probe = nullptr;
     if (avformat_open_input(&probe, path.c_str(), nullptr, nullptr) < 0) return false;
     const bool found = is_container_format(probe->iformat->name);
     avformat_close_input(&probe);
     return found;
-}
-
-int64_t parse_bit_rate(const std::string &text) {
-    char *end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (end == text.c_str() || !(value > 0)) return 0;
-    double scale = 1;
-    if (*end == 'k' || *end == 'K') scale = 1e3, ++end;
-    else if (*end == 'M' || *end == 'm') scale = 1e6, ++end;
-    if (*end != '\0' || value * scale > 1e9) return 0;
-    return static_cast<int64_t>(value * scale + 0.5);
 }
 
 // --- Reading ---------------------------------------------------------------

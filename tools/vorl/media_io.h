@@ -2,7 +2,8 @@
 // reader that decodes the audio stream to 16-bit stereo frames, and a writer
 // that puts newly encoded audio in that stream's place and copies every
 // other stream's packets untouched (remuxed, not re-encoded), with the
-// container's and streams' metadata.
+// container's and streams' metadata. Built into the tool's video module
+// (video_files.h), not into the tool itself.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,7 @@
 
 #include "pending_file.h"
 #include "sample_stream.h"
+#include "video_files.h"
 
 struct AVDictionary;
 struct AVFormatContext;
@@ -23,10 +25,9 @@ struct SwrContext;
 
 namespace vorl {
 
-// True for the video containers the tool rewrites: by extension (.mp4, .m4v,
-// .mov, .mkv), or for an existing file without one of those, by the format
-// FFmpeg probes (MP4/MOV family or Matroska).
-bool is_video_container(const std::string &path);
+// True when FFmpeg finds `path` to be a video container the tool rewrites
+// (MP4/MOV family or Matroska).
+bool probe_video_container(const std::string &path);
 
 class MediaReader : public SampleReader {
 public:
@@ -85,16 +86,6 @@ private:
     std::size_t taken_ = 0;          // samples of buffered_ already read
     std::vector<int16_t> as_16bit_;  // for read(float *)
 };
-
-// How the new audio is encoded. Empty / 0 choose from the source: PCM stays
-// the same PCM, anything else becomes AAC at the source's bit rate.
-struct AudioEncoding {
-    std::string codec;     // an FFmpeg encoder name, e.g. "aac", "flac", "pcm_s16le"
-    int64_t bit_rate = 0;  // bits per second
-};
-
-// Parses a bit rate as "192000", "192k" or "1.5M"; 0 when malformed.
-int64_t parse_bit_rate(const std::string &text);
 
 class MediaWriter : public SampleWriter {
 public:

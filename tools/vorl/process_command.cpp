@@ -20,13 +20,13 @@
 #include "drive_options.h"
 #include "engine_stream.h"
 #include "host_session.h"
-#include "media_io.h"
 #include "pending_file.h"
 #include "progress.h"
 #include "rate_bridge.h"
 #include "table_checksum.h"
 #include "table_rules.h"
 #include "table_store.h"
+#include "video_files.h"
 
 namespace vorl {
 
@@ -295,7 +295,7 @@ void check_paths(const Options &o) {
 
 // IN, read from an audio file or from a video's audio stream.
 std::unique_ptr<SampleReader> open_input(const std::string &path) {
-    if (path != "-" && is_video_container(path)) return std::make_unique<MediaReader>(path);
+    if (path != "-" && is_video_container(path)) return open_video(path);
     return std::make_unique<AudioReader>(path, /*dither=*/true);
 }
 
@@ -329,7 +329,7 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
 std::unique_ptr<SampleWriter> open_output(const Options &o, const std::string &path, const SampleReader &in,
                                           int format) {
     if (is_video_output(o, path))
-        return std::make_unique<MediaWriter>(dynamic_cast<const MediaReader &>(in), path, in.sample_rate(), o.encoding);
+        return open_video_output(in, path, in.sample_rate(), o.encoding);
     return std::make_unique<AudioWriter>(path, in.sample_rate(), format);
 }
 
@@ -513,8 +513,8 @@ int run_process(int argc, char **argv, int first) {
             notes += found;
         }
         if (resample) notes += ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back";
-        if (const auto *video = dynamic_cast<const MediaWriter *>(out_file.get()))
-            notes += ", new audio " + video->encoding();
+        if (const std::string encoding = video_encoding(*out_file); !encoding.empty())
+            notes += ", new audio " + encoding;
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
                      in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
                      seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s", notes.c_str());
