@@ -89,6 +89,9 @@ std::string format_report(const FitResult &fit) {
     else
         add(out, " (%.2f dB)\n", r.chosen.score_db);
     for (const std::string &s : r.search) out += "    " + s + "\n";
+    if (r.af_over_est > 0)
+        add(out, "Autofocus moves: the \"AF\" template with over_est_af %.2f (nr_floor_coef and smoothing as chosen)\n",
+            r.af_over_est);
     if (r.compared)
         add(out,
             "Held-out comparison: base table %.2f dB, base table after the library's learning on the same drives "

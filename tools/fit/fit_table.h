@@ -72,6 +72,7 @@ struct FitReport {
     std::array<std::array<std::array<double, 65>, 2>, 3> templates{};  // node values [AF,WT,TW][ch][g]
     float division_low = 0, division_ratio = 0;    // division table: lowest threshold, step
     Suppression base{}, chosen{};
+    float af_over_est = 0;                         // over_est_af set for autofocus moves (0: base kept)
     std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
     bool compared = false;
     double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores
