@@ -72,7 +72,8 @@ std::string format_report(const FitResult &fit) {
     add(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
              "tolerances %.2f / %.2f\n",
         p.zspec_comp_min_floor_value, p.tolerance_range_zspec_max, p.tolerance_range_zspec_min);
-    add(out, "Division table: bin powers %.3g (2nd percentile of the drive frames) to 131072 (full scale) in steps of "
+    add(out, "Division table: bin powers %.3g (20 dB under the 2nd percentile of the drive frames) to 131072 (full "
+             "scale) in steps of "
              "%.2f\n",
         r.division_low, r.division_ratio);
 

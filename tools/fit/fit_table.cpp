@@ -24,6 +24,7 @@ constexpr float kNodeMaxFactor = 4.0f;   // learning may go to four times the me
 constexpr float kNodeMaxAtLeast = 2.0f;  // four times the ratio of independent paths
 constexpr float kFloorShare = 0.5f;      // learning may go down to half the smallest node
 constexpr double kMeasurableShare = 0.1; // motor at least 10 dB under the room is not measured
+constexpr float kQuieterScene = 0.01f;   // division table reaches 20 dB under the take's quietest drive bins
 // Over-estimation of the "AF" template during autofocus moves. The template
 // is the moves' mean power, but a move's frames scatter far around it (gear
 // clicks, the short ramps), so at the zoom's factor of 1-2 most of a move's
@@ -209,10 +210,14 @@ public:
     }
 
 private:
-    // Reciprocals accurate from the quietest drive bins (2nd percentile of
-    // the take's drive-frame powers) up to full scale: a scene may be
-    // recorded far louder than the calibration take (a coarse table above
-    // the take's own powers cost loud scenes 1-5 dB of attenuation).
+    // Reciprocals accurate from 20 dB under the quietest drive bins (2nd
+    // percentile of the take's drive-frame powers) up to full scale: a
+    // scene may be recorded far louder than the calibration take (a coarse
+    // table above the take's own powers cost loud scenes 1-5 dB of
+    // attenuation) or far quieter (powers under the table's last threshold
+    // are divided as if they were at it, so a scene recorded 18 dB under
+    // the take kept 0.3 dB more of its noise). Lower still, the steps grow
+    // coarse enough to cost the other scenes a little.
     void fit_division(st_vorl &p, int fold) {
         std::vector<float> powers;
         for (std::size_t f = 0; f < analysis_.powers.size(); ++f) {
@@ -225,7 +230,7 @@ private:
         if (powers.empty()) return;
         auto low = powers.begin() + static_cast<std::ptrdiff_t>(0.02 * static_cast<double>(powers.size() - 1));
         std::nth_element(powers.begin(), low, powers.end());
-        report_.division_low = std::max(*low, 1e-12f);
+        report_.division_low = std::max(kQuieterScene * *low, 1e-12f);
         report_.division_ratio = tablekit::fill_division_table_down_to(p, report_.division_low);
     }
 

@@ -17,8 +17,8 @@
 //   fourth bin and never below 0;
 // - template 0 ("AF") from the autofocus frames, if the take has any: their
 //   motor power (the difference model is off outside zoom drives);
-// - the division table, accurate from the quietest drive bins up to full
-//   scale;
+// - the division table, accurate from 20 dB under the quietest drive bins
+//   up to full scale;
 // - the curve's limits (four times each node, at least 2; the floor half the
 //   smallest node), so the library's plausibility check accepts learning;
 // - a cap on the coefficient: where the motor is nearly the same in both
