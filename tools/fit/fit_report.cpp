@@ -90,6 +90,8 @@ std::string format_report(const FitResult &fit) {
     else
         add(out, " (%.2f dB)\n", r.chosen.score_db);
     for (const std::string &s : r.search) out += "    " + s + "\n";
+    add(out, "Wind: over-estimation times %.1f below %.0f Hz while the wind word is set\n", p.wind_nr_proc_bias,
+        p.wind_nr_proc_freq * hz);
     if (r.af_over_est > 0)
         add(out, "Autofocus moves: the \"AF\" template with over_est_af %.2f (nr_floor_coef and smoothing as chosen)\n",
             r.af_over_est);

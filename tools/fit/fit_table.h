@@ -26,6 +26,8 @@
 //   and the difference model then takes the scene's own small channel
 //   difference for motor noise; above the cap the rest of the motor power
 //   goes to the direction's template instead (steady, and per direction);
+// - over-estimation for autofocus moves and the wind allowance: fixed
+//   values (fit_table.cpp says why);
 // - the cap, over-estimation, floor and gain smoothing by the held-out score
 //   (heldout_score.h): curves fitted on every other drive, values scored on
 //   the others, each value in turn the best of its grid (two rounds).
