@@ -126,6 +126,24 @@ TEST(FitTable, RecoversKnownCoefficientsTemplatesAndAutofocus) {
     // templates stay switched off there, as in the base table.
     EXPECT_EQ(p.zn_proc_flag, builtin().st_vorl.zn_proc_flag);
     EXPECT_EQ(p.bn_proc_flag & 1, 0);
+    // Autofocus moves get their own over-estimation: the blend outside
+    // zoom drives is over_est_af alone.
+    EXPECT_GT(fit.report.af_over_est, 1.0f);
+    EXPECT_EQ(p.over_est_af, fit.report.af_over_est);
+    EXPECT_EQ(p.over_est_af_sm_coef, 0.0f);
+}
+
+TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {
+    // With the difference estimate on outside drives, over_est_af would
+    // scale all idle sound, not only the autofocus moves.
+    const GeneratedTake g(3.0);
+    st_vorl_tbl base = builtin();
+    base.st_vorl.zn_proc_flag |= 1u;
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    const st_vorl &p = vorl::fit::fit_table(g.take, base, quick).table.st_vorl;
+    EXPECT_EQ(p.over_est_af, base.st_vorl.over_est_af);
+    EXPECT_EQ(p.over_est_af_sm_coef, base.st_vorl.over_est_af_sm_coef);
 }
 
 TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {

@@ -72,7 +72,8 @@ std::string format_report(const FitResult &fit) {
     add(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
              "tolerances %.2f / %.2f\n",
         p.zspec_comp_min_floor_value, p.tolerance_range_zspec_max, p.tolerance_range_zspec_min);
-    add(out, "Division table: bin powers %.3g (2nd percentile of the drive frames) to 131072 (full scale) in steps of "
+    add(out, "Division table: bin powers %.3g (20 dB under the 2nd percentile of the drive frames) to 131072 (full "
+             "scale) in steps of "
              "%.2f\n",
         r.division_low, r.division_ratio);
 
@@ -89,6 +90,11 @@ std::string format_report(const FitResult &fit) {
     else
         add(out, " (%.2f dB)\n", r.chosen.score_db);
     for (const std::string &s : r.search) out += "    " + s + "\n";
+    add(out, "Wind: over-estimation times %.1f below %.0f Hz while the wind word is set\n", p.wind_nr_proc_bias,
+        p.wind_nr_proc_freq * hz);
+    if (r.af_over_est > 0)
+        add(out, "Autofocus moves: the \"AF\" template with over_est_af %.2f (nr_floor_coef and smoothing as chosen)\n",
+            r.af_over_est);
     if (r.compared)
         add(out,
             "Held-out comparison: base table %.2f dB, base table after the library's learning on the same drives "

@@ -17,8 +17,8 @@
 //   fourth bin and never below 0;
 // - template 0 ("AF") from the autofocus frames, if the take has any: their
 //   motor power (the difference model is off outside zoom drives);
-// - the division table, accurate from the quietest drive bins up to full
-//   scale;
+// - the division table, accurate from 20 dB under the quietest drive bins
+//   up to full scale;
 // - the curve's limits (four times each node, at least 2; the floor half the
 //   smallest node), so the library's plausibility check accepts learning;
 // - a cap on the coefficient: where the motor is nearly the same in both
@@ -26,6 +26,8 @@
 //   and the difference model then takes the scene's own small channel
 //   difference for motor noise; above the cap the rest of the motor power
 //   goes to the direction's template instead (steady, and per direction);
+// - over-estimation for autofocus moves and the wind allowance: fixed
+//   values (fit_table.cpp says why);
 // - the cap, over-estimation, floor and gain smoothing by the held-out score
 //   (heldout_score.h): curves fitted on every other drive, values scored on
 //   the others, each value in turn the best of its grid (two rounds).
@@ -72,6 +74,7 @@ struct FitReport {
     std::array<std::array<std::array<double, 65>, 2>, 3> templates{};  // node values [AF,WT,TW][ch][g]
     float division_low = 0, division_ratio = 0;    // division table: lowest threshold, step
     Suppression base{}, chosen{};
+    float af_over_est = 0;                         // over_est_af set for autofocus moves (0: base kept)
     std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
     bool compared = false;
     double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores

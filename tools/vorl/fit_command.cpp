@@ -34,7 +34,9 @@ division table over the powers the drives show, and the curve's limits so
 that later learning (vorl process --learn) passes the library's check.
 Over-estimation, floor and gain smoothing are chosen by a held-out score:
 curves fitted on every other drive, values scored on the others (see the
-report). Every other value comes from the base table.
+report). Autofocus moves (if the take has some) get over-estimation 6, and
+wind below 140 Hz an allowance of 4. Every other value comes from the base
+table.
 
   -o, --output OUT_TABLE  the fitted table (written atomically; checked)
   --base TABLE            start from TABLE (default: the built-in table)
