@@ -7,6 +7,8 @@ namespace vorl {
 
 namespace {
 constexpr std::size_t kBlock = VORL_BLOCK_FRAMES;
+constexpr std::size_t kDelay = VORL_DELAY_FRAMES;  // three blocks
+constexpr std::size_t kChunk = 64 * kBlock;
 
 // Samples of `out` at full scale where `in` was not. Output at full scale is
 // rare, so a pass of minimum and maximum (two vector operations per lane)
@@ -23,8 +25,6 @@ uint64_t count_saturated(const int16_t *out, const int16_t *in, int64_t samples)
         n += static_cast<uint64_t>((out[i] == 32767 || out[i] == -32768) && out[i] != in[i]);
     return n;
 }
-constexpr std::size_t kDelay = VORL_DELAY_FRAMES;  // three blocks
-constexpr std::size_t kChunk = 64 * kBlock;
 }  // namespace
 
 EngineStream::EngineStream(HostSession &session, const DriveSchedule &drive, int rate, bool dc_cut, bool raw,
@@ -83,7 +83,8 @@ void EngineStream::run_chunk(bool at_end) {
     const int64_t span = static_cast<int64_t>(chunk_blocks * kBlock);
     const int64_t from = std::max<int64_t>(0, skip - produced_);
     const int64_t upto = raw_ ? span : std::min<int64_t>(span, skip + frames_ - produced_);
-    saturated_ += count_saturated(out_.data() + 2 * from, seen_.data() + 2 * from, 2 * std::max<int64_t>(0, upto - from));
+    saturated_ +=
+        count_saturated(out_.data() + 2 * from, seen_.data() + 2 * from, 2 * std::max<int64_t>(0, upto - from));
     if (mix_) mix_->apply(out_.data(), removed_.data(), static_cast<std::size_t>(span));
     if (upto > from) {
         sink_(out_.data() + 2 * from, static_cast<std::size_t>(upto - from));
