@@ -11,7 +11,7 @@
 //  3. The division table: power-of-two steps from 2^17 (above any 16-bit
 //     frame) down to 2^-10, so loud whine bins are divided accurately too.
 //  4. The suppression settings (over-estimation, floor, gain smoothing,
-//     template scales) by coordinate search on tuning scenes of every type:
+//     template scales, wind allowance) by coordinate search on tuning scenes of every type:
 //     the smallest mean distance below the oracle without more change
 //     outside drives than -45 dB (or than the start point had).
 // Held-out cameras and seeds are never touched; vorl_eval reports on them.
@@ -183,13 +183,13 @@ void set_template(float row[kGroups], const std::vector<double> &level) {
 }
 
 // The searched settings, by name; each has its candidate values.
-enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kRegion0, kKnobs = kRegion0 + 5 };
+enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kWindBias, kWindBins, kRegion0, kKnobs = kRegion0 + 5 };
 using Knobs = std::vector<double>;
 // Frequency regions of the curve multipliers, upper bins (of 256): rumble,
 // whine fundamentals, whine harmonics and clicks, hiss, the top.
 constexpr std::size_t kRegionEnd[5] = {3, 18, 54, 128, 256};
-const char *const kKnobNames[kKnobs] = {"curve", "over_est", "floor", "gain_sm", "tmpl", "af_tmpl",
-                                       "x<280Hz", "x<1.7k", "x<5k", "x<12k", "x>12k"};
+const char *const kKnobNames[kKnobs] = {"curve", "over_est", "floor", "gain_sm", "tmpl", "af_tmpl", "wind_bias",
+                                       "wind_bins", "x<280Hz", "x<1.7k", "x<5k", "x<12k", "x>12k"};
 
 struct TypeFigures {
     double below, dist, level;
@@ -234,6 +234,8 @@ public:
         p.over_est = static_cast<float>(k[kOverEst]);
         p.nr_floor_coef = static_cast<float>(k[kFloor]);
         p.nr_gain_sm_coef = static_cast<float>(k[kGainSm]);
+        p.wind_nr_proc_bias = static_cast<float>(k[kWindBias]);
+        p.wind_nr_proc_freq = static_cast<decltype(p.wind_nr_proc_freq)>(k[kWindBins]);
         for (int dir = 1; dir <= 2; ++dir)
             for (int ch = 0; ch < 2; ++ch) {
                 std::vector<double> level(kGroups);
@@ -325,18 +327,21 @@ int main(int argc, char **argv) {
         Tuner tuner(base, seeds, seconds);
 
         const auto as_given = tuner.figures(base);
-        print("base", {0, base.st_vorl.over_est, base.st_vorl.nr_floor_coef, base.st_vorl.nr_gain_sm_coef, 0, 0, 1, 1, 1, 1, 1},
+        const st_vorl &b = base.st_vorl;
+        print("base", {0, b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, 0, 0, b.wind_nr_proc_bias,
+                       static_cast<double>(b.wind_nr_proc_freq), 1, 1, 1, 1, 1},
               as_given, score(as_given, as_given));
         // A fixed start (not BASE's values), so that tuning its own output
         // again gives the same table.
-        Knobs best{0, 2.0, 0.1, 0.5, 1, 0, 1, 1, 1, 1, 1};
+        Knobs best{0, 2.0, 0.1, 0.5, 1, 0, 1, 8, 1, 1, 1, 1, 1};
         const auto start = tuner.figures(best);
         double best_score = score(start, start);
         print("start", best, start, best_score);
         const std::vector<double> region{0.5, 0.7, 1.0, 1.4, 2.0, 3.0};
         const std::vector<std::vector<double>> candidates{
             {0, 1, 2}, {1.5, 2.0, 3.0, 4.0, 5.0, 6.0, 8.0}, {0.03, 0.05, 0.07, 0.1, 0.14}, {0.3, 0.4, 0.5, 0.6, 0.7},
-            {0.0, 0.5, 1.0, 2.0}, {0.0, 0.25, 0.5, 1.0, 2.0, 4.0}, region, region, region, region, region};
+            {0.0, 0.5, 1.0, 2.0}, {0.0, 0.25, 0.5, 1.0, 2.0, 4.0}, {0.5, 1.0, 1.5, 2.0, 4.0}, {2, 4, 8},
+            region, region, region, region, region};
         for (int pass = 0; pass < passes; ++pass)
             for (int knob = 0; knob < kKnobs; ++knob)
                 for (double v : candidates[static_cast<std::size_t>(knob)]) {
