@@ -340,7 +340,7 @@ int main(int argc, char **argv) {
         const std::vector<double> region{0.5, 0.7, 1.0, 1.4, 2.0, 3.0};
         const std::vector<std::vector<double>> candidates{
             {0, 1, 2}, {1.5, 2.0, 3.0, 4.0, 5.0, 6.0, 8.0}, {0.03, 0.05, 0.07, 0.1, 0.14}, {0.3, 0.4, 0.5, 0.6, 0.7},
-            {0.0, 0.5, 1.0, 2.0}, {0.0, 0.25, 0.5, 1.0, 2.0, 4.0}, {0.5, 1.0, 1.5, 2.0, 4.0}, {2, 4, 8},
+            {0.0, 0.5, 1.0, 2.0}, {0.0, 0.25, 0.5, 1.0, 2.0, 4.0}, {0.0, 0.25, 0.5, 1.0, 1.5, 2.0, 4.0}, {2, 4, 8},
             region, region, region, region, region};
         for (int pass = 0; pass < passes; ++pass)
             for (int knob = 0; knob < kKnobs; ++knob)
