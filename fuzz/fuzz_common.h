@@ -62,16 +62,21 @@ struct Noise {
     }
 };
 
-// One scratch file per process for the table the library reads and writes.
+// One scratch file per process for the table the library reads and writes,
+// removed when the process exits (a plain array, so that it is still there
+// for the exit handler).
 inline const char *scratch_table_path() {
-    static const std::string path = [] {
+    static char path[4096];
+    static const bool made = [] {
         const char *dir = std::getenv("TMPDIR");
-        std::string tmpl = std::string(dir && *dir ? dir : "/tmp") + "/vorl-fuzz-table-XXXXXX";
-        const int fd = mkstemp(tmpl.data());
+        std::snprintf(path, sizeof path, "%s/vorl-fuzz-table-XXXXXX", dir && *dir ? dir : "/tmp");
+        const int fd = mkstemp(path);
         if (fd >= 0) close(fd);
-        return tmpl;
+        std::atexit([] { std::remove(path); });
+        return true;
     }();
-    return path.c_str();
+    (void)made;
+    return path;
 }
 
 // A broken invariant: report it and crash, so that the input is kept.
