@@ -28,15 +28,22 @@ constexpr int reverse_bits(int v, int bits) {
     return r;
 }
 
-// One general butterfly step: k .. k+W-1 of the block at x into e (the
-// mirrored elements loaded in reversed lane order), and back.
+// Where element i (0..7) of butterfly step k .. k+W-1 of a block with
+// quarter length q starts: x[m+k ..] for even i, for odd i the mirrored run
+// x[m-k-W+1 .. m-k] (m = q (i+1)/2), which lanes take in reversed order.
+template <class V>
+constexpr int run_at(int i, int q, int k) {
+    return i % 2 ? (i + 1) / 2 * q - k + 1 - V::kWidth : i / 2 * q + k;
+}
+
+// One general butterfly step: k .. k+W-1 of the block at x into e, and back.
 template <class V, bool kForward>
 inline void butterflies_k(V *e, const float *x, int q, int k, const float (*w)[64]) {
-    const int back = 1 - V::kWidth;  // a mirrored run x[m-k-W+1 .. m-k], reversed
-    const float *at[8] = {x + k, x + q - k + back, x + q + k, x + 2 * q - k + back,
-                          x + 2 * q + k, x + 3 * q - k + back, x + 3 * q + k, x + 4 * q - k + back};
     V t[6];
-    for (int i = 0; i < 8; ++i) e[i] = i % 2 ? V::reverse(V::load(at[i])) : V::load(at[i]);
+    for (int i = 0; i < 8; ++i) {
+        const V v = V::load(x + run_at<V>(i, q, k));
+        e[i] = i % 2 ? V::reverse(v) : v;
+    }
     for (int i = 0; i < 6; ++i) t[i] = V::load(w[i] + k);
     if (kForward)
         forward_k(e, t);
@@ -46,10 +53,7 @@ inline void butterflies_k(V *e, const float *x, int q, int k, const float (*w)[6
 
 template <class V>
 inline void store_k(float *x, int q, int k, const V *e) {
-    const int back = 1 - V::kWidth;
-    float *at[8] = {x + k, x + q - k + back, x + q + k, x + 2 * q - k + back,
-                    x + 2 * q + k, x + 3 * q - k + back, x + 3 * q + k, x + 4 * q - k + back};
-    for (int i = 0; i < 8; ++i) V::store(at[i], i % 2 ? V::reverse(e[i]) : e[i]);
+    for (int i = 0; i < 8; ++i) V::store(x + run_at<V>(i, q, k), i % 2 ? V::reverse(e[i]) : e[i]);
 }
 
 // One long stage (Q = 32 or 128) over the whole frame. The general

@@ -75,13 +75,7 @@ uint32_t StreamRunner::latency() const { return VORL_DELAY_FRAMES + static_cast<
 
 void StreamRunner::enter_library(const Controls &c) {
     if (c.af != 0) follow_af_ = true;  // as the tool: af words switch the "AF" template
-    DriveWords recorded;
-    recorded.zoom = c.zoom;
-    recorded.af = c.af;
-    recorded.wind = c.wind;
-    const DriveWords words = onset_.next(recorded);
-    VORLSetDriveState(&res_, words.zoom, words.af, words.wind);
-    if (follow_af_) VORLSetAfTemplate(&res_, words.af != 0 ? 1u : 0u);
+    hand_drive_words(&res_, onset_, DriveWords{c.zoom, c.af, c.wind}, follow_af_);
     VORLEnterLibrary(&res_);
     std::memcpy(processed_, res_.p_out, sizeof processed_);
 }

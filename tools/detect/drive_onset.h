@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "drive_words.h"
+#include "vorl.h"
 
 namespace vorl {
 
@@ -40,5 +41,14 @@ private:
     DriveWords past_[kBlocks] = {};  // the last kBlocks blocks' words, oldest at at_
     int at_ = 0;
 };
+
+// Sets the library's drive words for its next block from that block's
+// recorded words, through `onset`; with `follow_af` the "AF" template
+// follows the autofocus word. Every host of the library does this.
+inline void hand_drive_words(VORLResource *res, DriveOnsetDelay &onset, const DriveWords &recorded, bool follow_af) {
+    const DriveWords w = onset.next(recorded);
+    VORLSetDriveState(res, w.zoom, w.af, w.wind);
+    if (follow_af) VORLSetAfTemplate(res, w.af != 0 ? 1u : 0u);
+}
 
 }  // namespace vorl

@@ -64,14 +64,8 @@ EngineRun run_engine(const st_vorl_tbl &table, const int16_t *in, std::size_t fr
     const std::size_t blocks = (frames + kBlock - 1) / kBlock + delay / kBlock;
     DriveOnsetDelay onset;  // as the tool hands drive words
     for (std::size_t b = 0; b < blocks; ++b) {
-        const BlockWords bw = b < words.size() ? words[b] : BlockWords{};
-        DriveWords recorded;
-        recorded.zoom = bw.zoom;
-        recorded.af = bw.af ? 1u : 0u;
-        recorded.wind = bw.wind ? 1u : 0u;
-        const DriveWords w = onset.next(recorded);
-        VORLSetDriveState(&res, w.zoom, w.af, w.wind);
-        if (follow_af) VORLSetAfTemplate(&res, w.af != 0 ? 1u : 0u);
+        const BlockWords w = b < words.size() ? words[b] : BlockWords{};
+        hand_drive_words(&res, onset, DriveWords{w.zoom, w.af ? 1u : 0u, w.wind ? 1u : 0u}, follow_af);
         for (std::size_t i = 0; i < kBlock; ++i) {
             const std::size_t n = b * kBlock + i;
             res.p_in_ch0[i] = n < frames ? in[2 * n] : 0;

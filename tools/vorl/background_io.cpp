@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
-#include <type_traits>
 
 #include <pthread.h>
 
@@ -115,13 +114,14 @@ void ReadAhead::produce() {
             SampleChunk chunk;
             if (!queue_.take_empty(chunk)) return;
             chunk.is_float = as_float_;
-            if (as_float_) {
-                chunk.f32.resize(2 * per_read_);
-                chunk.frames = in_.read(chunk.f32.data(), per_read_);
-            } else {
-                chunk.s16.resize(2 * per_read_);
-                chunk.frames = in_.read(chunk.s16.data(), per_read_);
-            }
+            const auto fill = [&](auto &samples) {
+                samples.resize(2 * per_read_);
+                chunk.frames = in_.read(samples.data(), per_read_);
+            };
+            if (as_float_)
+                fill(chunk.f32);
+            else
+                fill(chunk.s16);
             const bool end = chunk.frames == 0;
             queue_.put_full(std::move(chunk));
             if (end) return;
@@ -145,32 +145,28 @@ bool ReadAhead::next_chunk() {
     return true;
 }
 
-std::size_t ReadAhead::read_in_place(const int16_t *&frames, std::size_t n) {
-    start(false);
+template <typename T>
+std::size_t ReadAhead::take(const T *&frames, std::size_t n) {
+    start(std::is_same<T, float>::value);
     if (used_ == current_.frames && !next_chunk()) return 0;
     const std::size_t k = std::min(n, current_.frames - used_);
-    frames = current_.s16.data() + 2 * used_;
+    frames = current_.samples<T>().data() + 2 * used_;
     used_ += k;
     frames_read_ += static_cast<int64_t>(k);
     return k;
 }
 
-std::size_t ReadAhead::read(int16_t *out, std::size_t n) {
-    const int16_t *frames = nullptr;
-    const std::size_t k = read_in_place(frames, n);
-    if (k > 0) std::memcpy(out, frames, 2 * k * sizeof(int16_t));
+template <typename T>
+std::size_t ReadAhead::copy_out(T *out, std::size_t n) {
+    const T *frames = nullptr;
+    const std::size_t k = take(frames, n);
+    if (k > 0) std::memcpy(out, frames, 2 * k * sizeof(T));
     return k;
 }
 
-std::size_t ReadAhead::read(float *out, std::size_t n) {
-    start(true);
-    if (used_ == current_.frames && !next_chunk()) return 0;
-    const std::size_t k = std::min(n, current_.frames - used_);
-    std::memcpy(out, current_.f32.data() + 2 * used_, 2 * k * sizeof(float));
-    used_ += k;
-    frames_read_ += static_cast<int64_t>(k);
-    return k;
-}
+std::size_t ReadAhead::read_in_place(const int16_t *&frames, std::size_t n) { return take(frames, n); }
+std::size_t ReadAhead::read(int16_t *out, std::size_t n) { return copy_out(out, n); }
+std::size_t ReadAhead::read(float *out, std::size_t n) { return copy_out(out, n); }
 
 // ---- WriteBehind
 
@@ -214,12 +210,7 @@ void WriteBehind::put(const T *interleaved, std::size_t frames) {
     constexpr bool as_float = std::is_same<T, float>::value;
     if (gathering_.is_float != as_float) hand_over();
     gathering_.is_float = as_float;
-    std::vector<T> &samples = [&]() -> std::vector<T> & {
-        if constexpr (as_float)
-            return gathering_.f32;
-        else
-            return gathering_.s16;
-    }();
+    std::vector<T> &samples = gathering_.samples<T>();
     samples.insert(samples.end(), interleaved, interleaved + 2 * frames);
     gathering_.frames += frames;
     if (gathering_.frames >= per_write_) hand_over();

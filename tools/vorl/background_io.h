@@ -13,6 +13,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "sample_stream.h"
@@ -29,6 +30,14 @@ struct SampleChunk {
     std::vector<float> f32;
     std::size_t frames = 0;
     bool is_float = false;
+
+    template <typename T>
+    std::vector<T> &samples() {
+        if constexpr (std::is_same<T, float>::value)
+            return f32;
+        else
+            return s16;
+    }
 };
 
 // A bounded hand-over of chunks between the engine's thread and an I/O
@@ -104,6 +113,10 @@ private:
     void start(bool as_float);
     void produce();
     bool next_chunk();  // false at the end
+    template <typename T>
+    std::size_t take(const T *&frames, std::size_t n);  // read_in_place for either type
+    template <typename T>
+    std::size_t copy_out(T *out, std::size_t n);
 
     SampleReader &in_;
     std::size_t per_read_;

@@ -41,9 +41,7 @@ VORLWorkArea &HostSession::work() { return *static_cast<VORLWorkArea *>(res_.p_w
 const VORLWorkArea &HostSession::work() const { return *static_cast<const VORLWorkArea *>(res_.p_work); }
 
 void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &recorded) {
-    const DriveWords drive = onset_.next(recorded);
-    VORLSetDriveState(&res_, drive.zoom, drive.af, drive.wind);
-    if (follow_af_) VORLSetAfTemplate(&res_, drive.af != 0 ? 1u : 0u);
+    hand_drive_words(&res_, onset_, recorded, follow_af_);
     for (std::size_t i = 0; i < VORL_BLOCK_FRAMES; ++i) {
         res_.p_in_ch0[i] = in[2 * i];
         res_.p_in_ch1[i] = in[2 * i + 1];

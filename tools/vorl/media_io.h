@@ -101,7 +101,7 @@ public:
     MediaWriter &operator=(const MediaWriter &) = delete;
 
     // e.g. "aac 192 kb/s"
-    std::string encoding() const;
+    std::string encoding() const override;
 
     void write(const int16_t *interleaved, std::size_t frames) override;
     void write(const float *interleaved, std::size_t frames) override;  // rounded to 16 bits

@@ -60,7 +60,8 @@ IN may also be a camera video (.mp4, .mov, .mkv, or a file FFmpeg finds to
 be one whose extension names no audio format): its stereo audio stream is
 processed, and OUT, another video file, gets every other stream copied
 untouched (not re-encoded), the new audio in the original audio stream's
-place at the same start time, and the container's and streams' metadata. A video's OUT may also be an audio file.
+place at the same start time, and the container's and streams' metadata.
+A video's OUT may also be an audio file.
 
 Tuning table:
   --table FILE        tuning table to use (default: the built-in table); a
@@ -452,8 +453,7 @@ int run_process(int argc, char **argv, int first) {
     const std::unique_ptr<SampleWriter> removed_file =
         o.removed.empty() ? nullptr : open_output(o, o.removed, in, output_format(o, o.removed, in));
     // Files are read, decoded, encoded and written while the engine works.
-    WriteBehind out_behind(*out_file, kFileChunkFrames);
-    SampleWriter &out = out_behind;
+    WriteBehind out(*out_file, kFileChunkFrames);
     const std::unique_ptr<WriteBehind> removed =
         removed_file ? std::make_unique<WriteBehind>(*removed_file, kFileChunkFrames) : nullptr;
     ReadAhead ahead(in, kFileChunkFrames);
@@ -513,7 +513,7 @@ int run_process(int argc, char **argv, int first) {
             notes += found;
         }
         if (resample) notes += ", resampled " + std::to_string(rate) + " Hz -> 48000 Hz and back";
-        if (const std::string encoding = video_encoding(*out_file); !encoding.empty())
+        if (const std::string encoding = out_file->encoding(); !encoding.empty())
             notes += ", new audio " + encoding;
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
                      in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),

@@ -36,6 +36,9 @@ public:
     virtual void write(const float *interleaved, std::size_t frames) = 0;  // full scale 1.0
     // Finishes the file and moves it into place.
     virtual void commit() = 0;
+    // How the sound is encoded where the container chooses it, e.g. "aac
+    // 192 kb/s" for a video's new audio; "" when the format says it all.
+    virtual std::string encoding() const { return ""; }
 };
 
 }  // namespace vorl

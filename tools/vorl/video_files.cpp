@@ -53,14 +53,6 @@ const VideoModule &video_module() {
     return *module;
 }
 
-bool module_loaded = false;  // video_encoding needs no module that was never used
-
-const VideoModule &used_module() {
-    const VideoModule &m = video_module();
-    module_loaded = true;
-    return m;
-}
-
 }  // namespace
 
 int64_t parse_bit_rate(const std::string &text) {
@@ -78,16 +70,14 @@ bool is_video_container(const std::string &path) {
     const std::string ext = lower_extension(path);
     if (ext == "mp4" || ext == "m4v" || ext == "mov" || ext == "mkv") return true;
     if (path == "-" || !file_exists(path) || format_for_extension(path) != 0) return false;
-    return used_module().probe(path);
+    return video_module().probe(path);
 }
 
-std::unique_ptr<SampleReader> open_video(const std::string &path) { return used_module().open_reader(path); }
+std::unique_ptr<SampleReader> open_video(const std::string &path) { return video_module().open_reader(path); }
 
 std::unique_ptr<SampleWriter> open_video_output(const SampleReader &source, const std::string &destination,
                                                 int sample_rate, const AudioEncoding &encoding) {
-    return used_module().open_writer(source, destination, sample_rate, encoding);
+    return video_module().open_writer(source, destination, sample_rate, encoding);
 }
-
-std::string video_encoding(const SampleWriter &out) { return module_loaded ? video_module().encoding(out) : ""; }
 
 }  // namespace vorl

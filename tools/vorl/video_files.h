@@ -37,19 +37,15 @@ std::unique_ptr<SampleReader> open_video(const std::string &path);
 // audio stream replaced by what is written, at `sample_rate`.
 std::unique_ptr<SampleWriter> open_video_output(const SampleReader &source, const std::string &destination,
                                                 int sample_rate, const AudioEncoding &encoding);
-// e.g. "aac 192 kb/s" for a writer open_video_output made; "" otherwise.
-std::string video_encoding(const SampleWriter &out);
-
 // What the module hands the tool: its one exported function,
 // vorl_video_module, returns this.
 struct VideoModule {
-    static constexpr int kInterface = 1;  // changes with this record
+    static constexpr int kInterface = 2;  // changes with this record
     int interface;
     bool (*probe)(const std::string &path);
     std::unique_ptr<SampleReader> (*open_reader)(const std::string &path);
     std::unique_ptr<SampleWriter> (*open_writer)(const SampleReader &source, const std::string &destination,
                                                  int sample_rate, const AudioEncoding &encoding);
-    std::string (*encoding)(const SampleWriter &out);
 };
 
 }  // namespace vorl

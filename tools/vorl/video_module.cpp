@@ -16,10 +16,6 @@ const vorl::VideoModule kModule{
         return std::make_unique<vorl::MediaWriter>(dynamic_cast<const vorl::MediaReader &>(source), destination,
                                                    sample_rate, encoding);
     },
-    [](const vorl::SampleWriter &out) {
-        const auto *video = dynamic_cast<const vorl::MediaWriter *>(&out);
-        return video != nullptr ? video->encoding() : std::string();
-    },
 };
 
 }  // namespace
