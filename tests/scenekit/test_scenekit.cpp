@@ -95,5 +95,28 @@ TEST(SceneKit, BuiltInTableQualityOnAHeldOutScene) {
     EXPECT_LT(idle.library.outside.difference_db(), -80.0);
 }
 
+// The difference model's reach lies under the oracle and over the built-in
+// table. It comes close to the oracle when the scene is the same in both
+// channels and the motor reaches one capsule as a scaled copy of the other:
+// the difference power then tracks each frame's noise exactly.
+TEST(SceneKit, DifferenceModelReachFollowsHowTheNoiseReachesTheCapsules) {
+    const Scene s = make_scene({SceneType::music, 10, 1000}, 10.0);
+    const SceneResult r = evaluate(s, vorl::default_table(), s.words);
+    const double reach = model_ceiling(s, 0.03f).drives.attenuation_db();
+    EXPECT_LT(reach, r.oracle.drives.attenuation_db());
+    EXPECT_GT(reach, r.library.drives.attenuation_db());
+
+    Scene coherent = s;
+    for (std::size_t n = 0; n < coherent.frames(); ++n) {
+        const int noise = s.noisy[2 * n] - s.clean[2 * n];
+        coherent.clean[2 * n + 1] = s.clean[2 * n];
+        coherent.noisy[2 * n + 1] = static_cast<int16_t>(s.clean[2 * n] + noise / 2);
+    }
+    const double coherent_reach = model_ceiling(coherent, 0.03f).drives.attenuation_db();
+    const double coherent_oracle = evaluate(coherent, vorl::default_table(), s.words).oracle.drives.attenuation_db();
+    EXPECT_LT(coherent_oracle - coherent_reach, 1.2);                        // 0.64 dB when written
+    EXPECT_GT(r.oracle.drives.attenuation_db() - reach, 2.5);               // 3.07 dB
+}
+
 }  // namespace
 }  // namespace scenekit

@@ -28,6 +28,16 @@ Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words);
 using vorl::DriveMeasure;
 using vorl::EnergySums;
 
+// How far a table can reach with the engine's difference model on this
+// scene: its gain rule max(floor, 1 - oe z |L-R|^2 / P), smoothed over
+// frames, where each bin's coefficient z is the ideal one, the scene's own
+// ratio of channel noise power to the noise's difference power over its
+// drive frames, and oe and the smoothing are the best for the scene of
+// 0.75-3 and 0 or 0.3. On the oracle's framing and frames; measured as
+// "vorl measure" does. It knows the noise's spectrum but not its frames: the
+// distance from the oracle is the model's, the distance to it the table's.
+DriveMeasure model_ceiling(const Scene &scene, float floor);
+
 struct SceneResult {
     DriveMeasure library, oracle;
 };

@@ -19,6 +19,7 @@ using scenekit::SceneResult;
 
 const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--types LIST] [--cameras LIST] [--seeds LIST]
                  [--seconds S] [--drive-dir DIR | --detect] [--per-scene] [--no-prime]
+                 [--ceiling]
 
 Generates each scene of the selection, processes its noisy recording with
 the library exactly as "vorl process" does (time-aligned), and with the
@@ -46,6 +47,13 @@ the scene's true words.
                    difference, the quiet distortion with the detected
                    words and (true) with the true ones, the level change
                    with the detected words, and the F1 of wind blocks
+  --ceiling        also the difference model's reach: the engine's gain
+                   rule with each bin's ideal coefficient (the scene's own
+                   ratio of channel noise to difference noise), the best
+                   over-estimation and smoothing for the scene and the
+                   table's floor; "model" is its drive attenuation and
+                   "to model" how far the table is under it (the rest of
+                   "below" is the model's, which no table can close)
   --per-scene      also one line per scene
   --no-prime       do not prime the library with the recording's start (as
                    vorl process --no-prime): its gain fades in over the
@@ -58,6 +66,7 @@ struct Totals {
     int scenes = 0;
     SceneResult given;            // with the words the library was given
     DriveMeasure true_words;      // --detect: the library with the true words
+    DriveMeasure ceiling;         // --ceiling: the difference model's reach
     int64_t zoom_hit = 0, zoom_false = 0, zoom_missed = 0;  // zoom blocks
     int64_t idle = 0, idle_driven = 0;                      // blocks without drive
     int64_t wind_hit = 0, wind_false = 0, wind_missed = 0;
@@ -84,16 +93,16 @@ double f1(int64_t hit, int64_t wrong, int64_t missed) {
     return hit + wrong + missed == 0 ? 1.0 : 2.0 * hit / static_cast<double>(2 * hit + wrong + missed);
 }
 
-void print_header(bool detect) {
+void print_header(bool detect, bool ceiling) {
     if (detect)
         std::printf("%-18s %6s %8s %8s %11s %9s %7s %11s %9s %7s %7s\n", "type", "scenes", "zoom F1", "false %",
                     "atten true", "detected", "diff", "quiet dist", "(true)", "level", "wind F1");
     else
-        std::printf("%-18s %6s %8s %12s %8s %8s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle",
-                    "below", "quiet dist", "level");
+        std::printf("%-18s %6s %8s %12s %8s %8s%s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle",
+                    "below", ceiling ? "    model to model" : "", "quiet dist", "level");
 }
 
-void print_row(const std::string &label, const Totals &t, bool detect) {
+void print_row(const std::string &label, const Totals &t, bool detect, bool ceiling) {
     const DriveMeasure &lib = t.given.library;
     const double atten = lib.drives.attenuation_db(), ideal = t.given.oracle.drives.attenuation_db();
     if (detect) {
@@ -107,8 +116,13 @@ void print_row(const std::string &label, const Totals &t, bool detect) {
                     t.true_words.outside.difference_db(), lib.outside.level_change_db(), wind);
         return;
     }
-    std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f %8.2f dB %7.2f\n", label.c_str(), t.scenes,
-                lib.drives.blocks * 256.0 / scenekit::kSampleRate, atten, ideal, ideal - atten,
+    char reach[32] = "";
+    if (ceiling) {
+        const double model = t.ceiling.drives.attenuation_db();
+        std::snprintf(reach, sizeof reach, " %8.2f %8.2f", model, model - atten);
+    }
+    std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f%s %8.2f dB %7.2f\n", label.c_str(), t.scenes,
+                lib.drives.blocks * 256.0 / scenekit::kSampleRate, atten, ideal, ideal - atten, reach,
                 lib.outside.difference_db(), lib.outside.level_change_db());
 }
 
@@ -117,15 +131,16 @@ void print_row(const std::string &label, const Totals &t, bool detect) {
 int main(int argc, char **argv) {
     using namespace scenekit;
     const Args args = parse_args(argc, argv, {"table", "types", "cameras", "seeds", "seconds", "drive-dir"},
-                                 {"per-scene", "detect", "no-prime"}, kUsage);
+                                 {"per-scene", "detect", "no-prime", "ceiling"}, kUsage);
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
-    const bool detect = args.has("detect"), per_scene = args.has("per-scene");
+    const bool detect = args.has("detect"), per_scene = args.has("per-scene"), ceiling = args.has("ceiling");
+    if (detect && ceiling) usage_error("--detect and --ceiling exclude each other", kUsage);
     if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
         const st_vorl_tbl table = args.has("table") ? vorl::read_table(args.get("table", "")) : vorl::default_table();
         std::map<SceneType, Totals> by_type;
-        if (per_scene) print_header(detect);
+        if (per_scene) print_header(detect, ceiling);
         for (const SceneId &id : sel.ids()) {
             const Scene scene = make_scene(id, sel.seconds);
             std::vector<DriveWords> words = scene.words;
@@ -138,6 +153,7 @@ int main(int argc, char **argv) {
             Totals one;
             one.scenes = 1;
             one.given = evaluate(scene, table, words, prime);
+            if (ceiling) one.ceiling = model_ceiling(scene, table.st_vorl.nr_floor_coef);
             if (detect) {
                 const Pcm truth_run = run_library(table, scene.noisy, scene.words, prime);
                 one.true_words = vorl::measure_drives(scene.clean.data(), scene.noisy.data(), truth_run.data(),
@@ -149,6 +165,7 @@ int main(int argc, char **argv) {
             sum.given.library += one.given.library;
             sum.given.oracle += one.given.oracle;
             sum.true_words += one.true_words;
+            sum.ceiling += one.ceiling;
             sum.zoom_hit += one.zoom_hit;
             sum.zoom_false += one.zoom_false;
             sum.zoom_missed += one.zoom_missed;
@@ -157,11 +174,11 @@ int main(int argc, char **argv) {
             sum.wind_hit += one.wind_hit;
             sum.wind_false += one.wind_false;
             sum.wind_missed += one.wind_missed;
-            if (per_scene) print_row(id.name(), one, detect);
+            if (per_scene) print_row(id.name(), one, detect, ceiling);
         }
         if (per_scene) std::printf("\n");
-        print_header(detect);
-        for (const auto &[type, sum] : by_type) print_row(name_of(type), sum, detect);
+        print_header(detect, ceiling);
+        for (const auto &[type, sum] : by_type) print_row(name_of(type), sum, detect, ceiling);
     } catch (const std::exception &e) {
         std::fprintf(stderr, "vorl_eval: %s\n", e.what());
         return 2;
