@@ -161,6 +161,17 @@ TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {
     EXPECT_NE(vorl::fit::format_report(fit).find("Held-out comparison"), std::string::npos);
 }
 
+TEST(FitTable, ScoresALoneDriveOnItsSecondHalf) {
+    GeneratedTake g(4.0);
+    g.take.frames = 48000 + 4 * 48000 + 24000;  // the first zoom-in drive and half a gap after it
+    g.take.words.resize((g.take.frames + 255) / 256);
+    const auto fit = vorl::fit::fit_table(g.take, builtin());
+    EXPECT_TRUE(fit.report.split_drive);
+    EXPECT_FALSE(std::isnan(fit.report.chosen.score_db));
+    EXPECT_LT(fit.report.chosen.over_est, builtin().st_vorl.over_est);  // chosen, not the base's 8
+    EXPECT_TRUE(vorl::tablekit::check_table_rules(fit.table).empty());
+}
+
 TEST(FitTable, RefusesTakesWithoutUsableDrive) {
     auto message = [](const Take &t) {
         try {

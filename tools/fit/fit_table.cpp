@@ -90,21 +90,41 @@ public:
     Fitter(const Take &take, const st_vorl_tbl &base, FitReport &report)
         : take_(take), base_(base), report_(report),
           analysis_(analyse_take(take, std::max<int>(1, base.st_vorl.i_block_counter))) {
-        for (const DriveRun &r : analysis_.runs) zoom_ordinal_.push_back(is_zoom(r.kind) ? zoom_runs_++ : -1);
+        // Folds: every other zoom drive; a lone drive is split in halves.
+        std::vector<const DriveRun *> zoom;
+        for (const DriveRun &r : analysis_.runs)
+            if (is_zoom(r.kind)) zoom.push_back(&r);
+        zoom_runs_ = static_cast<int>(zoom.size());
+        block_fold_.assign(take.words.size(), -1);
+        auto mark = [&](std::size_t first, std::size_t end, int8_t fold) {
+            for (std::size_t b = first; b < end && b < block_fold_.size(); ++b) block_fold_[b] = fold;
+        };
+        if (zoom.size() == 1) {
+            const std::size_t mid = (zoom[0]->first_block + zoom[0]->end_block) / 2;
+            mark(zoom[0]->first_block, mid, 0);
+            mark(mid, zoom[0]->end_block, 1);
+            split_drive_ = true;
+        } else {
+            for (std::size_t k = 0; k < zoom.size(); ++k)
+                mark(zoom[k]->first_block, zoom[k]->end_block, static_cast<int8_t>(k % 2));
+        }
         quiet_ = robust_means(analysis_, [&](std::size_t f) { return analysis_.kind[f] == FrameKind::quiet; });
     }
 
     const TakeAnalysis &analysis() const { return analysis_; }
     int zoom_runs() const { return zoom_runs_; }
+    // The fold of block b: 0 fitted, 1 held out, -1 not in a zoom drive.
+    int fold_of_block(std::size_t b) const { return b < block_fold_.size() ? block_fold_[b] : -1; }
+    bool split_drive() const { return split_drive_; }
     const BinStats &quiet() const { return quiet_; }
 
     // Drive frames of `kind` (any zoom if `kind` is unused) in drives of the
-    // fold (every other zoom drive: 0 or 1; -1 all).
+    // fold (0 or 1; -1 all).
     bool in_fold(std::size_t f, FrameKind kind, int fold) const {
         const FrameKind k = analysis_.kind[f];
         if (kind == FrameKind::unused ? !is_zoom(k) : k != kind) return false;
         if (fold < 0 || !is_zoom(k)) return true;
-        return zoom_ordinal_[static_cast<std::size_t>(analysis_.run[f])] % 2 == fold;
+        return fold_of_block(f) == fold;
     }
 
     // The base table with every estimated field fitted from the drives of `fold`.
@@ -247,8 +267,9 @@ private:
     const st_vorl_tbl &base_;
     FitReport &report_;
     TakeAnalysis analysis_;
-    std::vector<int> zoom_ordinal_;
+    std::vector<int8_t> block_fold_;
     int zoom_runs_ = 0;
+    bool split_drive_ = false;
     BinStats quiet_;
 };
 
@@ -422,20 +443,16 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     const st_vorl &b = base.st_vorl;
     r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
     r.chosen = r.base;
-    if (fitter.zoom_runs() >= 2 && (options.choose_suppression || options.compare_learning)) {
-        // Fit on the even-numbered zoom drives, score on the odd-numbered.
-        const TakeAnalysis &a = fitter.analysis();
+    if (fitter.zoom_runs() >= 1 && (options.choose_suppression || options.compare_learning)) {
+        // Fit on fold 0, score on fold 1.
         std::vector<bool> scored(take.words.size(), false);
         std::vector<BlockWords> fit_words = take.words;
-        int ordinal = 0;
-        for (const DriveRun &run : a.runs) {
-            if (!is_zoom(run.kind)) continue;
-            if (ordinal++ % 2 == 1)
-                for (std::size_t k = run.first_block; k < run.end_block && k < scored.size(); ++k) {
-                    scored[k] = true;
-                    fit_words[k].zoom = 0;
-                }
-        }
+        for (std::size_t k = 0; k < scored.size(); ++k)
+            if (fitter.fold_of_block(k) == 1) {
+                scored[k] = true;
+                fit_words[k].zoom = 0;
+            }
+        r.split_drive = fitter.split_drive();
         const HeldOutScore score(take, scored);
         FoldTables fold(fitter);
         if (options.choose_suppression)
@@ -454,8 +471,6 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
             tablekit::seal(learned);
             r.learned_db = score(learned, take.words);
         }
-    } else if (options.choose_suppression) {
-        r.warnings.push_back("fewer than two zoom drives: nothing to hold out, suppression values kept from the base table");
     }
     if (r.chosen.ratio_cap < kNoCap) table = fitter.fit_curves(-1, true, r.chosen.ratio_cap);
     apply(table.st_vorl, r.chosen);

@@ -29,8 +29,9 @@
 // - over-estimation for autofocus moves and the wind allowance: fixed
 //   values (fit_table.cpp says why);
 // - the cap, over-estimation, floor and gain smoothing by the held-out score
-//   (heldout_score.h): curves fitted on every other drive, values scored on
-//   the others, each value in turn the best of its grid (two rounds).
+//   (heldout_score.h): curves fitted on every other drive (the first half
+//   of a lone drive), values scored on the others (its second half), each
+//   value in turn the best of its grid (two rounds).
 #pragma once
 
 #include <array>
@@ -76,6 +77,7 @@ struct FitReport {
     Suppression base{}, chosen{};
     float af_over_est = 0;                         // over_est_af set for autofocus moves (0: base kept)
     std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
+    bool split_drive = false;                      // one zoom drive: held out is its second half
     bool compared = false;
     double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores
     uint32_t learned_updates = 0;
