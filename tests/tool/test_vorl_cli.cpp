@@ -188,6 +188,32 @@ TEST(VorlTable, FitWritesACheckedTableAndRefusesTakesItCannotUse) {
     EXPECT_FALSE(file_exists(box.path("bad.tbl")));
 }
 
+// A take at 44.1 kHz is measured at the tables' 48 kHz, as vorl process
+// will run it: its drive file counts 48 kHz blocks. --no-resample measures
+// it as it is, with its own blocks.
+TEST(VorlTable, FitResamplesATakeAtAnotherRate) {
+    Sandbox box;
+    write_audio(box.path("cal44.wav"), 2, 9 * 44100, 44100, kWav16,
+                [](int64_t n, int c) { return motor_take(n * 48000 / 44100, c); });
+    std::string drive;  // 1688 blocks of 48 kHz: zoom-in 1-4 s, zoom-out 5-8 s
+    for (int b = 0; b < 1688; ++b) {
+        const double t = b * 256 / 48000.0;
+        drive += t >= 1.0 && t < 4.0 ? "1 0 0\n" : t >= 5.0 && t < 8.0 ? "2 0 0\n" : "0 0 0\n";
+    }
+    write_bytes(box.path("drive.txt"), drive);
+    const RunResult ok = box.vorl({"table", "fit", "cal44.wav", "--drive", "drive.txt", "--quick", "-o", "cal.tbl"});
+    ASSERT_EQ(ok.exit_code, 0) << ok.err;
+    EXPECT_FALSE(contains(ok.err, "warning")) << ok.err;
+    const RunResult native =
+        box.vorl({"table", "fit", "cal44.wav", "--drive", "drive.txt", "--quick", "--no-resample", "-o", "native.tbl"});
+    EXPECT_EQ(native.exit_code, 2);
+    EXPECT_TRUE(contains(native.err, "1688 block lines, but cal44.wav has 1551 blocks")) << native.err;
+    const RunResult ranges = box.vorl({"table", "fit", "cal44.wav", "--zoom-in", "1-4", "--zoom-out", "5-8", "--quick",
+                                       "--no-resample", "-o", "native.tbl"});
+    EXPECT_EQ(ranges.exit_code, 0) << ranges.err;
+    EXPECT_TRUE(contains(ranges.err, "44100 Hz measured as it is")) << ranges.err;
+}
+
 TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {
     Sandbox box;
     write_audio(box.path("mono.wav"), 1, 4800, 48000, kWav16, tone);

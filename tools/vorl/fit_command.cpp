@@ -1,4 +1,6 @@
 // vorl table fit: a tuning table for the user's camera from a calibration take.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -9,13 +11,15 @@
 #include "drive_options.h"
 #include "fit_table.h"
 #include "pending_file.h"
+#include "resampler.h"
 #include "table_checksum.h"
 #include "table_store.h"
 
 namespace vorl {
 
 const char kTableFitHelp[] = R"(usage: vorl table fit CAL_AUDIO (--drive FILE | --zoom-in R --zoom-out R [--af R]) -o OUT_TABLE
-                      [--base TABLE] [--report FILE] [--quick] [-y|-n] [-q]
+                      [--base TABLE] [--report FILE] [--quick] [--no-resample]
+                      [-y|-n] [-q]
 
 Makes a tuning table for a camera from a calibration take: the camera's own
 stereo recording of its motor in a quiet room, zoom in and zoom out for a
@@ -23,7 +27,7 @@ few seconds each (2 s of drive at least; 3-4 s per direction is better),
 with quiet gaps of a second or more between the drives, optionally with
 autofocus moves, and the drive log that says when the lens moved (same
 options as "vorl process"; a drive file must have one line per block of
-the take).
+the take, counted at 48000 Hz as for "vorl process").
 
 Everything is measured with the library's own analysis (window, transform
 and bin powers of the noise reducer): per band and channel the zoom-noise
@@ -33,10 +37,10 @@ the coefficient curve leaves), template 0 ("AF") from autofocus moves, the
 division table over the powers the drives show, and the curve's limits so
 that later learning (vorl process --learn) passes the library's check.
 Over-estimation, floor and gain smoothing are chosen by a held-out score:
-curves fitted on every other drive, values scored on the others (see the
-report). Autofocus moves (if the take has some) get over-estimation 6, and
-wind below 140 Hz an allowance of 4. Every other value comes from the base
-table.
+curves fitted on every other drive (the first half of a lone drive),
+values scored on the others (its second half; see the report). Autofocus
+moves (if the take has some) get over-estimation 6, and wind below 140 Hz
+an allowance of 4. Every other value comes from the base table.
 
   -o, --output OUT_TABLE  the fitted table (written atomically; checked)
   --base TABLE            start from TABLE (default: the built-in table)
@@ -46,6 +50,11 @@ table.
                           choices made and warnings about the take
   --quick                 skip the held-out search and comparison (keeps
                           the base table's suppression values)
+  --no-resample           measure a take at another rate than 48000 Hz as it
+                          is, for a table used with "vorl process
+                          --no-resample" (by default the take is resampled
+                          to 48000 Hz, as vorl process resamples recordings,
+                          and a drive file counts blocks at 48000 Hz)
   -y, --overwrite         replace an existing OUT_TABLE or report
   -n, --no-overwrite      never replace them (default: ask on a terminal,
                           else refuse)
@@ -58,7 +67,23 @@ drive, channels that do not differ.
 
 namespace {
 
+constexpr int kTableRate = 48000;
+
 fit::BlockWords fit_words(const DriveWords &w) { return {w.zoom, w.af != 0, w.wind != 0}; }
+
+// The take resampled to the tables' rate, of the length that rate gives it.
+std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate) {
+    std::vector<float> in(samples.begin(), samples.end()), out;
+    Resampler resampler(rate, kTableRate);
+    resampler.push(in.data(), in.size() / 2, out);
+    resampler.finish(out);
+    const auto frames = static_cast<std::size_t>(std::llround(static_cast<double>(in.size() / 2) * kTableRate / rate));
+    out.resize(2 * frames, 0.0f);
+    std::vector<int16_t> result(out.size());
+    for (std::size_t i = 0; i < out.size(); ++i)
+        result[i] = static_cast<int16_t>(std::lround(std::clamp(out[i], -32768.0f, 32767.0f)));
+    return result;
+}
 
 }  // namespace
 
@@ -66,7 +91,8 @@ int run_table_fit(int argc, char **argv, int first) {
     const cli::ParsedArgs args = cli::parse_args(
         argc, argv, first,
         with_overwrite_options(
-            with_drive_options({{"output", true, 'o'}, {"base", true}, {"report", true}, {"quick"}, {"quiet", false, 'q'}})),
+            with_drive_options({{"output", true, 'o'}, {"base", true}, {"report", true}, {"quick"}, {"no-resample"},
+                                {"quiet", false, 'q'}})),
         "table fit");
     if (args.help) {
         std::fputs(kTableFitHelp, stdout);
@@ -104,19 +130,25 @@ int run_table_fit(int argc, char **argv, int first) {
         got += n;
     }
     samples.resize(2 * got);
+    // As "vorl process" does, a take at another rate is measured at the
+    // tables' rate, so the table fits what the engine will see.
+    const bool resample = in.sample_rate() != kTableRate && !args.has("no-resample");
+    if (resample) samples = to_table_rate(samples, in.sample_rate());
+    const int rate = resample ? kTableRate : in.sample_rate();
+    got = samples.size() / 2;
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
     if (drive.uses_file() && drive.file_blocks() != blocks)
         cli::input_error(args.value("drive") + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
-                         audio + " has " + std::to_string(blocks) +
-                         " blocks of 256 frames: the drive log does not belong to this take");
-    if (!quiet && in.sample_rate() != 48000)
-        cli::warn(audio + ": sample rate " + std::to_string(in.sample_rate()) +
-                  " Hz; the table will be right for this rate only");
+                         audio + " has " + std::to_string(blocks) + " blocks of 256 frames" +
+                         (resample ? " at 48000 Hz" : "") + ": the drive log does not belong to this take");
+    if (!quiet && rate != kTableRate)
+        cli::warn(audio + ": sample rate " + std::to_string(rate) +
+                  " Hz measured as it is (--no-resample); the table will be right for this rate only");
 
     fit::Take take;
     take.samples = samples.data();
     take.frames = got;
-    take.rate = in.sample_rate();
+    take.rate = rate;
     for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit_words(drive.at(static_cast<int64_t>(b), take.rate)));
     fit::FitOptions options;
     options.choose_suppression = options.compare_learning = !args.has("quick");
