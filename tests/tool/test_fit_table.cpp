@@ -2,6 +2,7 @@
 // and templates are known in closed form.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstring>
@@ -98,21 +99,14 @@ TEST(FitTable, RecoversKnownCoefficientsTemplatesAndAutofocus) {
             EXPECT_NEAR(z[bin] / true_coefficient(bin, ch), 1.0, 0.06) << "channel " << ch << " band " << b;
         }
     }
-    // Templates: zoom-in leaves the half of the common-mode power that the
-    // pooled curve does not explain (a difference of two large powers: 10 %
-    // on average, 40 % at any node); zoom-out leaves nothing.
-    const double half_common = 0.5 * bin_power(kCommon), motor = bin_power(kMotor);
-    for (int ch = 0; ch < 2; ++ch) {
-        const vorl::tablekit::BinCurve wt = vorl::tablekit::group_curve(p.back_ground_noise[1][ch]);
-        const vorl::tablekit::BinCurve tw = vorl::tablekit::group_curve(p.back_ground_noise[2][ch]);
-        double mean = 0.0;
-        for (int bin = 8; bin < 200; bin += 16) {
-            EXPECT_NEAR(wt[bin] / half_common, 1.0, 0.4) << "WT channel " << ch << " bin " << bin;
-            EXPECT_LT(tw[bin], 0.03 * motor) << "TW channel " << ch << " bin " << bin;
-            mean += wt[bin] / half_common / 12.0;
+    // No zoom template without a cap on the coefficient, although zoom-in
+    // has a common-mode source the shared curve explains only half of: a
+    // template is an absolute power, the curve scales with the recording.
+    for (int d = 1; d < 3; ++d)
+        for (int ch = 0; ch < 2; ++ch) {
+            const vorl::tablekit::BinCurve t = vorl::tablekit::group_curve(p.back_ground_noise[d][ch]);
+            EXPECT_LT(*std::max_element(t.begin(), t.end()), 1e-6 * bin_power(kMotor)) << "template " << d;
         }
-        EXPECT_NEAR(mean, 1.0, 0.1) << "WT channel " << ch;
-    }
     // Autofocus template: the left channel's autofocus power, none on the right.
     const vorl::tablekit::BinCurve af_l = vorl::tablekit::group_curve(p.back_ground_noise[0][0]);
     const vorl::tablekit::BinCurve af_r = vorl::tablekit::group_curve(p.back_ground_noise[0][1]);

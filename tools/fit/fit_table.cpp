@@ -140,7 +140,7 @@ public:
         auto motor_diff = [&](const BinStats &s, int i) { return std::max(0.0, s.diff[i] - quiet_.diff[i]); };
 
         // Curve nodes.
-        float z[2][kNodes];
+        float z[2][kNodes], uncapped[2][kNodes];
         bool measured[kNodes];
         const st_vorl &b0 = base_.st_vorl;
         std::array<float, kBins> base_curve[2] = {engine_curve(b0, 0), engine_curve(b0, 1)};
@@ -156,7 +156,8 @@ public:
             }
             for (int ch = 0; ch < 2; ++ch) {
                 const double m = hat_sum(nb, b, [&](int i) { return motor(drive, ch, i); });
-                z[ch][b] = measured[b] ? std::min(static_cast<float>(m / (bias * d)), cap) : base_curve[ch][nb[b]];
+                uncapped[ch][b] = measured[b] ? static_cast<float>(m / (bias * d)) : base_curve[ch][nb[b]];
+                z[ch][b] = std::min(uncapped[ch][b], cap);
                 if (measured[b]) smallest = std::min(smallest, z[ch][b]);
             }
         }
@@ -174,11 +175,21 @@ public:
         p.zspec_comp_max_floor_value = top;  // read by no stage; the dump shows the largest limit
         p.tolerance_range_zspec_max = 1.05f;  // room for the check's re-summing only
         p.tolerance_range_zspec_min = 0.95f;
-        for (int ch = 0; ch < 2; ++ch) tablekit::set_zoom_nodes(p, ch, z[ch]);
         tablekit::set_linear_interpolation(p);
+        std::array<float, kBins> full[2], curve[2];  // the coefficient in force without and with the cap
+        for (int ch = 0; ch < 2; ++ch) {
+            for (int b = 0; b < kNodes; ++b) uncapped[ch][b] = std::max(uncapped[ch][b], p.zspec_comp_min_floor_value);
+            tablekit::set_zoom_nodes(p, ch, uncapped[ch]);
+            full[ch] = engine_curve(p, ch);
+            tablekit::set_zoom_nodes(p, ch, z[ch]);
+            curve[ch] = engine_curve(p, ch);
+        }
 
-        // Background templates: what the curve leaves, per direction.
-        const std::array<float, kBins> curve[2] = {engine_curve(p, 0), engine_curve(p, 1)};
+        // Background templates, per direction: the motor power the cap
+        // takes from the curve. Not what the curve misses besides (a few per
+        // cent between its nodes, or where the directions differ): a
+        // template is an absolute power, right only at the take's recording
+        // level, while the curve scales with the recording.
         const FrameKind dirs[2] = {FrameKind::zoom_in, FrameKind::zoom_out};
         BinStats per_dir[2];
         for (int d = 0; d < 2; ++d)
@@ -190,7 +201,7 @@ public:
                 for (int g = 0; g < kGroups; ++g) {
                     double w;
                     const double r = group_hat(g, [&](int i) {
-                        return motor(s, ch, i) - static_cast<double>(curve[ch][i]) * bias * motor_diff(s, i);
+                        return static_cast<double>(full[ch][i] - curve[ch][i]) * bias * motor_diff(s, i);
                     }, w);
                     node[g] = w > 0.0 ? std::max(0.0, r / w) : 0.0;
                 }

@@ -12,9 +12,13 @@
 //   neighbours; stored as the per-bin increments the core's running sums
 //   rebuild (and the learning step writes), so later learning continues
 //   from it;
-// - per direction and channel the background template: what that curve
-//   leaves of the motor power, M - z x bias_z x D, averaged around every
-//   fourth bin and never below 0;
+// - per direction and channel the background template: the motor power the
+//   cap below takes from the curve, (z_uncapped - z) x bias_z x D, averaged
+//   around every fourth bin; without a cap, none. A template is an absolute
+//   power, right only at the take's recording level, while the curve
+//   scales with the recording: the few per cent the linear curve misses
+//   between its nodes, kept as a template, took 0.5-2 dB of quiet scenes
+//   (recorded 18 dB lower) on the held-out cameras;
 // - template 0 ("AF") from the autofocus frames, if the take has any: their
 //   motor power (the difference model is off outside zoom drives);
 // - the division table, accurate from 20 dB under the quietest drive bins

@@ -33,7 +33,8 @@ Everything is measured with the library's own analysis (window, transform
 and bin powers of the noise reducer): per band and channel the zoom-noise
 coefficient (motor power over difference power, at the bias in force during
 zoom), per drive direction and channel the background template (motor power
-the coefficient curve leaves), template 0 ("AF") from autofocus moves, the
+a cap on the coefficient takes from the curve, if one is chosen), template 0
+("AF") from autofocus moves, the
 division table over the powers the drives show, and the curve's limits so
 that later learning (vorl process --learn) passes the library's check.
 Over-estimation, floor and gain smoothing are chosen by a held-out score:
