@@ -162,6 +162,11 @@ TEST(VorlTable, FitWritesACheckedTableAndRefusesTakesItCannotUse) {
     EXPECT_EQ(diff.exit_code, 0);
     EXPECT_TRUE(contains(diff.out, "zoom-noise coefficient at band nodes")) << diff.out;
 
+    const RunResult past = box.vorl({"table", "fit", "cal.wav", "--zoom-in", "1-4", "--zoom-out", "5-12", "-o",
+                                     "past.tbl", "--quick"});
+    EXPECT_EQ(past.exit_code, 0) << past.err;
+    EXPECT_TRUE(contains(past.err, "--zoom-out 5-12 reaches past the end of cal.wav")) << past.err;
+
     std::string drive;  // one line short of the take's 1688 blocks
     for (int b = 0; b < 1687; ++b) drive += b > 200 && b < 700 ? "1 0 0\n" : "0 0 0\n";
     write_bytes(box.path("short-drive.txt"), drive);

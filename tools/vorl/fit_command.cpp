@@ -142,6 +142,8 @@ int run_table_fit(int argc, char **argv, int first) {
         cli::input_error(args.value("drive") + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
                          audio + " has " + std::to_string(blocks) + " blocks of 256 frames" +
                          (resample ? " at 48000 Hz" : "") + ": the drive log does not belong to this take");
+    if (!quiet && !drive.uses_file())
+        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, audio)) cli::warn(problem);
     if (!quiet && rate != kTableRate)
         cli::warn(audio + ": sample rate " + std::to_string(rate) +
                   " Hz measured as it is (--no-resample); the table will be right for this rate only");
