@@ -219,6 +219,40 @@ TEST(VorlTable, FitResamplesATakeAtAnotherRate) {
     EXPECT_TRUE(contains(ranges.err, "44100 Hz measured as it is")) << ranges.err;
 }
 
+// A scene (a sweep) with the calibration motor over it: measured after
+// processing with a table fitted to that motor, beside the oracle and the
+// engine's reach, which both know the noise and do better.
+double sweep_content(int64_t n, int) { return 0.1 * sweep(n, 0); }  // the same in both capsules
+double sweep_with_motor(int64_t n, int c) { return sweep_content(n, c) + motor_take(n, c); }
+
+double figure(const std::string &out, const std::string &label) {
+    const std::size_t at = out.find(label);
+    return at == std::string::npos ? -1e9 : std::atof(out.c_str() + at + label.size());
+}
+
+TEST(VorlMeasure, AttenuationBesideTheOracleAndTheEnginesReach) {
+    Sandbox box;
+    write_audio(box.path("cal.wav"), 2, 9 * 48000, 48000, kWav16, motor_take);
+    write_audio(box.path("clean.wav"), 2, 9 * 48000, 48000, kWav16, sweep_content);
+    write_audio(box.path("noisy.wav"), 2, 9 * 48000, 48000, kWav16, sweep_with_motor);
+    const std::vector<std::string> drive = {"--zoom-in", "1-4", "--zoom-out", "5-8"};
+    auto with_drive = [&](std::vector<std::string> args) {
+        args.insert(args.end(), drive.begin(), drive.end());
+        return args;
+    };
+    ASSERT_EQ(box.vorl(with_drive({"table", "fit", "cal.wav", "--quick", "-o", "cal.tbl"})).exit_code, 0);
+    ASSERT_EQ(box.vorl(with_drive({"process", "noisy.wav", "out.wav", "--table", "cal.tbl", "-q"})).exit_code, 0);
+    const RunResult m =
+        box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--ceiling", "--table", "cal.tbl"}));
+    ASSERT_EQ(m.exit_code, 0) << m.err;
+    const double atten = figure(m.out, "noise attenuation:"), oracle = figure(m.out, "oracle:"),
+                 reach = figure(m.out, "engine's reach:");
+    EXPECT_GT(atten, 3.0) << m.out;
+    EXPECT_GT(reach, atten - 0.5) << m.out;
+    EXPECT_GT(oracle, reach) << m.out;
+    EXPECT_EQ(box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--table", "cal.tbl"})).exit_code, 1);
+}
+
 TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {
     Sandbox box;
     write_audio(box.path("mono.wav"), 1, 4800, 48000, kWav16, tone);

@@ -7,8 +7,10 @@
 #include "audio_io.h"
 #include "cli.h"
 #include "commands.h"
+#include "drive_ceilings.h"
 #include "drive_measure.h"
 #include "drive_options.h"
+#include "table_store.h"
 
 namespace vorl {
 
@@ -17,6 +19,7 @@ namespace {
 constexpr int kBlock = 256;
 
 const char kHelp[] = R"(usage: vorl measure CLEAN NOISY PROCESSED (--drive FILE | ranges)
+                    [--ceiling [--table FILE]]
 
 Compares a processed recording with the recording it came from (NOISY) and
 with the same scene without drive noise (CLEAN). The three files must be
@@ -36,6 +39,22 @@ Figures, summed over both channels and all samples of the blocks concerned:
                         how far below the recording the change lies
   during wind outside drives (when there is any):
     noise attenuation, as during drives
+
+  --ceiling     also, during drives, the noise attenuation of two yardsticks
+                that know the noise (NOISY - CLEAN), on the engine's framing
+                (512-point sine-window frames, hop 256) over the frames that
+                overlap drives:
+                  oracle: the per-bin Wiener gain |S|^2 / (|S|^2 + |N|^2)
+                    of the true content S and noise N;
+                  engine's reach: the engine's own gain rule with each
+                    bin's ideal zoom-noise coefficient (the recording's ratio
+                    of channel noise to the noise's channel difference), at
+                    the over-estimation (0.75-3) and smoothing best for this
+                    recording. No table does better on average: what lies
+                    between it and the oracle is the engine's model, what
+                    lies below it the table's.
+  --table FILE  the floor of FILE's table for the engine's reach (default:
+                the built-in table's)
 
 The figures go to standard output, one per line.
 Exit status: 0 success, 1 usage error, 2 input error.
@@ -61,7 +80,7 @@ std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({}), "measure");
+    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
@@ -69,6 +88,7 @@ int run_measure(int argc, char **argv, int first) {
     cli::expect_positional(args, 3, "measure", "CLEAN NOISY PROCESSED (--drive FILE | ranges)");
     if (!drive_given(args)) cli::usage_error("give the drive state: --drive FILE or --zoom-in/--zoom-out/--af RANGES");
     const DriveSchedule drive = drive_from_args(args);
+    if (args.has("table") && !args.has("ceiling")) cli::usage_error("--table is read only with --ceiling");
 
     int rates[3];
     const std::vector<int16_t> clean = read_stereo(args.positional[0], rates[0]);
@@ -85,12 +105,23 @@ int run_measure(int argc, char **argv, int first) {
 
     for (const auto &p : drive.mismatches(static_cast<int64_t>(clean.size() / 2), rates[0], args.positional[0]))
         cli::warn(p);
-    const DriveMeasure m = measure_drives(clean.data(), noisy.data(), processed.data(), clean.size() / 2,
-                                          [&](std::size_t b) { return drive.at(static_cast<int64_t>(b), rates[0]); });
+    const auto words = [&](std::size_t b) { return drive.at(static_cast<int64_t>(b), rates[0]); };
+    const DriveMeasure m = measure_drives(clean.data(), noisy.data(), processed.data(), clean.size() / 2, words);
     const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
     const double block_s = kBlock / static_cast<double>(rates[0]);
     std::printf("during drives: %lld blocks (%.2f s)\n", static_cast<long long>(drives.blocks), drives.blocks * block_s);
     std::printf("  noise attenuation:  %6.2f dB\n", drives.attenuation_db());
+    if (args.has("ceiling")) {
+        const float floor =
+            (args.has("table") ? read_table(args.value("table")) : default_table()).st_vorl.nr_floor_coef;
+        const std::vector<int16_t> ideal = oracle_output(clean.data(), noisy.data(), clean.size() / 2, words);
+        const double oracle = measure_drives(clean.data(), noisy.data(), ideal.data(), clean.size() / 2, words)
+                                  .drives.attenuation_db();
+        const double reach =
+            difference_model_reach(clean.data(), noisy.data(), clean.size() / 2, words, floor).drives.attenuation_db();
+        std::printf("  oracle:             %6.2f dB\n", oracle);
+        std::printf("  engine's reach:     %6.2f dB\n", reach);
+    }
     std::printf("outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(outside.blocks), outside.blocks * block_s);
     std::printf("  level change:       %6.2f dB\n", outside.level_change_db());
     std::printf("  difference energy:  %6.2f dB\n", outside.difference_db());
