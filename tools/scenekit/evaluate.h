@@ -20,22 +20,17 @@ namespace scenekit {
 Pcm run_library(const st_vorl_tbl &table, const Pcm &in, const std::vector<DriveWords> &words, bool prime = true);
 
 // The oracle: per channel and bin the Wiener gain |S|^2 / (|S|^2 + |N|^2) of
-// the true content S and noise N (noisy - clean), on the engine's framing
-// (512-point sine-window frames, hop 256), applied to the noisy frames that
-// overlap a driven block of `words`, overlap-added; other frames pass.
+// the true content S and noise N (noisy - clean), on the engine's framing,
+// applied to the noisy frames that overlap a driven block of `words`
+// (vorl::oracle_output, drive_ceilings.h).
 Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words);
 
 using vorl::DriveMeasure;
 using vorl::EnergySums;
 
-// How far a table can reach with the engine's difference model on this
-// scene: its gain rule max(floor, 1 - oe z |L-R|^2 / P), smoothed over
-// frames, where each bin's coefficient z is the ideal one, the scene's own
-// ratio of channel noise power to the noise's difference power over its
-// drive frames, and oe and the smoothing are the best for the scene of
-// 0.75-3 and 0 or 0.3. On the oracle's framing and frames; measured as
-// "vorl measure" does. It knows the noise's spectrum but not its frames: the
-// distance from the oracle is the model's, the distance to it the table's.
+// The reach of the engine's difference model on the scene, at `floor`
+// (vorl::difference_model_reach, drive_ceilings.h): what the best table
+// could do, short of knowing the noise frame by frame.
 DriveMeasure model_ceiling(const Scene &scene, float floor);
 
 struct SceneResult {
