@@ -32,11 +32,11 @@ the take, counted at 48000 Hz as for "vorl process").
 Everything is measured with the library's own analysis (window, transform
 and bin powers of the noise reducer): per band and channel the zoom-noise
 coefficient (motor power over difference power, at the bias in force during
-zoom), per drive direction and channel the background template (motor power
-a cap on the coefficient takes from the curve, if one is chosen), template 0
-("AF") from autofocus moves, the
-division table over the powers the drives show, and the curve's limits so
-that later learning (vorl process --learn) passes the library's check.
+zoom), per drive direction and channel the background template (the motor
+power a cap on the coefficient takes from the curve, if one is chosen),
+template 0 ("AF") from autofocus moves, the division table over the powers
+the drives show, and the curve's limits so that later learning (vorl
+process --learn) passes the library's check.
 Over-estimation, floor and gain smoothing are chosen by a held-out score:
 curves fitted on every other drive (the first half of a lone drive),
 values scored on the others (its second half; see the report). Autofocus
