@@ -160,7 +160,7 @@ TEST(FitTable, ScoresALoneDriveOnItsSecondHalf) {
     g.take.frames = 48000 + 4 * 48000 + 24000;  // the first zoom-in drive and half a gap after it
     g.take.words.resize((g.take.frames + 255) / 256);
     const auto fit = vorl::fit::fit_table(g.take, builtin());
-    EXPECT_TRUE(fit.report.split_drive);
+    EXPECT_TRUE(fit.report.split_drive());
     EXPECT_FALSE(std::isnan(fit.report.chosen.score_db));
     EXPECT_LT(fit.report.chosen.over_est, builtin().st_vorl.over_est);  // chosen, not the base's 8
     EXPECT_TRUE(vorl::tablekit::check_table_rules(fit.table).empty());

@@ -103,7 +103,6 @@ public:
             const std::size_t mid = (zoom[0]->first_block + zoom[0]->end_block) / 2;
             mark(zoom[0]->first_block, mid, 0);
             mark(mid, zoom[0]->end_block, 1);
-            split_drive_ = true;
         } else {
             for (std::size_t k = 0; k < zoom.size(); ++k)
                 mark(zoom[k]->first_block, zoom[k]->end_block, static_cast<int8_t>(k % 2));
@@ -115,7 +114,6 @@ public:
     int zoom_runs() const { return zoom_runs_; }
     // The fold of block b: 0 fitted, 1 held out, -1 not in a zoom drive.
     int fold_of_block(std::size_t b) const { return b < block_fold_.size() ? block_fold_[b] : -1; }
-    bool split_drive() const { return split_drive_; }
     const BinStats &quiet() const { return quiet_; }
 
     // Drive frames of `kind` (any zoom if `kind` is unused) in drives of the
@@ -169,6 +167,7 @@ public:
         for (int ch = 0; ch < 2; ++ch)
             for (int b = 0; b < kNodes; ++b) {
                 z[ch][b] = std::max(z[ch][b], p.zspec_comp_min_floor_value);
+                uncapped[ch][b] = std::max(uncapped[ch][b], p.zspec_comp_min_floor_value);
                 p.zspec_comp_coef_f_LR_d_max[ch][b] = std::max(kNodeMaxFactor * z[ch][b], kNodeMaxAtLeast);
                 top = std::max(top, p.zspec_comp_coef_f_LR_d_max[ch][b]);
             }
@@ -178,7 +177,6 @@ public:
         tablekit::set_linear_interpolation(p);
         std::array<float, kBins> full[2], curve[2];  // the coefficient in force without and with the cap
         for (int ch = 0; ch < 2; ++ch) {
-            for (int b = 0; b < kNodes; ++b) uncapped[ch][b] = std::max(uncapped[ch][b], p.zspec_comp_min_floor_value);
             tablekit::set_zoom_nodes(p, ch, uncapped[ch]);
             full[ch] = engine_curve(p, ch);
             tablekit::set_zoom_nodes(p, ch, z[ch]);
@@ -280,7 +278,6 @@ private:
     TakeAnalysis analysis_;
     std::vector<int8_t> block_fold_;
     int zoom_runs_ = 0;
-    bool split_drive_ = false;
     BinStats quiet_;
 };
 
@@ -439,6 +436,10 @@ void warn_about_take(const Take &take, const Fitter &fitter, FitReport &r) {
 
 }  // namespace
 
+bool FitReport::split_drive() const {
+    return std::count_if(runs.begin(), runs.end(), [](const DriveRun &r) { return is_zoom(r.kind); }) == 1;
+}
+
 FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions &options) {
     if (take.words.empty()) throw FitError("the drive log is empty: nothing to fit");
     FitResult result;
@@ -454,7 +455,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     const st_vorl &b = base.st_vorl;
     r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
     r.chosen = r.base;
-    if (fitter.zoom_runs() >= 1 && (options.choose_suppression || options.compare_learning)) {
+    if (options.choose_suppression || options.compare_learning) {
         // Fit on fold 0, score on fold 1.
         std::vector<bool> scored(take.words.size(), false);
         std::vector<BlockWords> fit_words = take.words;
@@ -463,7 +464,6 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
                 scored[k] = true;
                 fit_words[k].zoom = 0;
             }
-        r.split_drive = fitter.split_drive();
         const HeldOutScore score(take, scored);
         FoldTables fold(fitter);
         if (options.choose_suppression)

@@ -81,7 +81,7 @@ struct FitReport {
     Suppression base{}, chosen{};
     float af_over_est = 0;                         // over_est_af set for autofocus moves (0: base kept)
     std::vector<std::string> search;               // "over_est 2.5: 9.1 dB", ...
-    bool split_drive = false;                      // one zoom drive: held out is its second half
+    bool split_drive() const;                      // one zoom drive: held out is its second half
     bool compared = false;
     double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores
     uint32_t learned_updates = 0;

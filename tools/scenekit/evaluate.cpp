@@ -1,7 +1,5 @@
 #include "evaluate.h"
 
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 
 #include "drive_ceilings.h"
