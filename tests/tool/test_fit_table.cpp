@@ -28,12 +28,13 @@ constexpr double kRightGain = 0.5;  // the right capsule hears the motor at half
 // with 1 s gaps, an autofocus move in each gap after the first. The motor m
 // reaches the left capsule as m and the right one as 0.5 m delayed by one
 // sample; during zoom-in a second, common-mode source reaches both alike;
-// the autofocus motor sounds in the left channel only.
+// the autofocus motor sounds in the left channel only. The room may hum:
+// a tone of amplitude `hum` at 3750 Hz (bin 40) in both channels.
 struct GeneratedTake {
     std::vector<int16_t> samples;
     Take take;
 
-    explicit GeneratedTake(double drive_s, bool identical = false) {
+    explicit GeneratedTake(double drive_s, bool identical = false, double hum = 0.0) {
         const std::size_t gap = 48000, drive = static_cast<std::size_t>(drive_s * 48000);
         const std::size_t frames = gap + 4 * (drive + gap);
         samples.resize(2 * frames);
@@ -48,8 +49,9 @@ struct GeneratedTake {
             const uint32_t dir = zoom ? (which % 2 == 0 ? 1u : 2u) : 0u;
             const double m = zoom ? kMotor * g(rng) : 0.0;
             const double c = dir == 1 ? kCommon * g(rng) : 0.0;
-            double l = kRoom * g(rng) + m + c + (af ? kAf * g(rng) : 0.0);
-            double r = identical ? l : kRoom * g(rng) + kRightGain * m_prev + c;
+            const double tone = hum * std::sin(2.0 * kPi * 3750.0 * static_cast<double>(n) / 48000.0);
+            double l = kRoom * g(rng) + tone + m + c + (af ? kAf * g(rng) : 0.0);
+            double r = identical ? l : kRoom * g(rng) + tone + kRightGain * m_prev + c;
             m_prev = m;
             samples[2 * n] = static_cast<int16_t>(std::lround(l));
             samples[2 * n + 1] = static_cast<int16_t>(std::lround(r));
@@ -125,6 +127,30 @@ TEST(FitTable, RecoversKnownCoefficientsTemplatesAndAutofocus) {
     EXPECT_GT(fit.report.af_over_est, 1.0f);
     EXPECT_EQ(p.over_est_af, fit.report.af_over_est);
     EXPECT_EQ(p.over_est_af_sm_coef, 0.0f);
+}
+
+// A room tone a few dB over the motor at one node: the ratio there would
+// rest on the small difference of two noisy means, so the node keeps the
+// base table's value and the report says so; its neighbours are measured.
+TEST(FitTable, KeepsTheBaseValueWhereTheRoomIsLouderThanTheMotor) {
+    const GeneratedTake g(3.0, false, 70.0);  // bin 40 about 3x the motor's power
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    const auto fit = vorl::fit::fit_table(g.take, builtin(), quick);
+    const st_vorl &p = fit.table.st_vorl;
+    const auto &nodes = fit.report.nodes;
+    const int hum = static_cast<int>(std::find(p.zspec_comp_base_bin, p.zspec_comp_base_bin + 72, 40) - p.zspec_comp_base_bin);
+    ASSERT_LT(hum, 72);
+    EXPECT_FALSE(nodes[static_cast<std::size_t>(hum)].measured);
+    EXPECT_TRUE(nodes[static_cast<std::size_t>(hum - 1)].measured);
+    EXPECT_TRUE(nodes[static_cast<std::size_t>(hum + 1)].measured);
+    for (int ch = 0; ch < 2; ++ch)
+        EXPECT_NEAR(vorl::tablekit::zoom_curve(p, ch)[40] / vorl::tablekit::zoom_curve(builtin().st_vorl, ch)[40], 1.0,
+                    1e-3);
+    const auto &w = fit.report.warnings;
+    EXPECT_TRUE(std::any_of(w.begin(), w.end(), [](const std::string &s) {
+        return s.find("1 band(s) without measurable motor noise") != std::string::npos;
+    }));
 }
 
 TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {

@@ -23,7 +23,14 @@ constexpr double kMinDriveSeconds = 2.0;
 constexpr float kNodeMaxFactor = 4.0f;   // learning may go to four times the measured node
 constexpr float kNodeMaxAtLeast = 2.0f;  // four times the ratio of independent paths
 constexpr float kFloorShare = 0.5f;      // learning may go down to half the smallest node
-constexpr double kMeasurableShare = 0.1; // motor at least 10 dB under the room is not measured
+// A band is measured only where the motor is at least as loud as the room.
+// Below that the ratio rests on two small differences of noisy means (the
+// motor's power less the room's, and likewise its difference power) and
+// can come out at hundreds where the motor barely sounds; such a
+// coefficient removes nothing of the motor but much of any scene with a
+// little channel difference there (a motor 10 dB under the room took the
+// bass out of music scenes on cameras whose motor is weak in the bass).
+constexpr double kMeasurableShare = 1.0;
 constexpr float kQuieterScene = 0.01f;   // division table reaches 20 dB under the take's quietest drive bins
 // Over-estimation of the "AF" template during autofocus moves. The template
 // is the moves' mean power, but a move's frames scatter far around it (gear
@@ -377,7 +384,7 @@ void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
                        "(a stereo take from the camera's own two capsules is needed)");
 }
 
-void warn_about_take(const Take &take, const Fitter &fitter, FitReport &r) {
+void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitted, FitReport &r) {
     const TakeAnalysis &a = fitter.analysis();
     if (a.clipped_samples > 0)
         r.warnings.push_back(std::to_string(a.clipped_samples) +
@@ -423,7 +430,10 @@ void warn_about_take(const Take &take, const Fitter &fitter, FitReport &r) {
     }
     int unmeasured = 0, loud_room = 0;
     for (const NodeFit &n : r.nodes) {
-        unmeasured += !n.measured;
+        // Bands wholly above zspec_comp_max_freq take the fixed replacement
+        // value whatever was measured (and lie above a 44.1 kHz take's band).
+        const int first_bin = n.band == 0 ? 0 : fitted.zspec_comp_base_bin[n.band - 1] + 1;
+        unmeasured += !n.measured && first_bin <= fitted.zspec_comp_max_freq;
         loud_room += n.measured && (n.room[0] > 0.1 * n.motor[0] || n.room[1] > 0.1 * n.motor[1]);
     }
     if (unmeasured > 0)
@@ -450,7 +460,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     r.quiet_frames = fitter.quiet().frames;
     st_vorl_tbl table = fitter.fit_curves(-1, true, kNoCap);
     check_take(take, fitter, r);
-    warn_about_take(take, fitter, r);
+    warn_about_take(take, fitter, table.st_vorl, r);
 
     const st_vorl &b = base.st_vorl;
     r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
