@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "evaluate.h"
-#include "fit_table.h"
+#include "camera_fit.h"
 #include "scene.h"
 #include "table_store.h"
 
@@ -101,12 +101,7 @@ TEST(SceneKit, BuiltInTableQualityOnAHeldOutScene) {
 // quality fails here. It comes within a few tenths of a dB of the reach of
 // the engine's difference model, and changes nothing outside drives.
 TEST(SceneKit, FittedTableQualityOnAHeldOutCamera) {
-    const Scene cal = make_calibration(10, 1);
-    vorl::fit::Take take;
-    take.samples = cal.noisy.data();
-    take.frames = cal.frames();
-    for (const DriveWords &w : cal.words) take.words.push_back({w.zoom, w.af != 0, w.wind != 0});
-    const st_vorl_tbl table = vorl::fit::fit_table(take, vorl::default_table()).table;
+    const st_vorl_tbl table = fit_camera_table(10, 1, vorl::default_table());
 
     const Scene s = make_scene({SceneType::music, 10, 1000}, 10.0);
     const SceneResult r = evaluate(s, table, s.words);

@@ -97,6 +97,12 @@ std::vector<SceneId> SceneSelection::ids() const {
     return out;
 }
 
+uint64_t parse_seed(const Args &args, const std::string &name, const char *usage) {
+    unsigned long long seed = 0;
+    if (!parse_number(args.get(name, ""), seed)) usage_error("--" + name + " " + args.get(name, "") + ": expected a seed, e.g. 1", usage);
+    return seed;
+}
+
 SceneSelection parse_selection(const Args &args, const char *usage) {
     SceneSelection sel;
     const std::string types = args.get("types", "all");

@@ -5,6 +5,7 @@
 #include <exception>
 #include <map>
 
+#include "camera_fit.h"
 #include "evaluate.h"
 #include "scene_args.h"
 #include "drive_detector.h"
@@ -17,9 +18,9 @@ using scenekit::DriveMeasure;
 using scenekit::DriveWords;
 using scenekit::SceneResult;
 
-const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--types LIST] [--cameras LIST] [--seeds LIST]
-                 [--seconds S] [--drive-dir DIR | --detect] [--per-scene] [--no-prime]
-                 [--ceiling]
+const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--fit-seed N] [--types LIST] [--cameras LIST]
+                 [--seeds LIST] [--seconds S] [--drive-dir DIR | --detect] [--per-scene]
+                 [--no-prime] [--ceiling]
 
 Generates each scene of the selection, processes its noisy recording with
 the library exactly as "vorl process" does (time-aligned), and with the
@@ -35,6 +36,11 @@ Energies are pooled over the scenes of a type. Drives are always those of
 the scene's true words.
 
   --table FILE     tuning table (default: the built-in table)
+  --fit-seed N     each camera's scenes get the table "vorl table fit" makes
+                   from that camera's calibration take of seed N (as
+                   vorl_scenes --calibration writes it), with --table or
+                   the built-in table as its base; N should lie outside
+                   the scenes' seeds (the held-out scenes use 1000-1002)
   --types, --cameras, --seeds, --seconds   as for vorl_scenes (defaults:
                    every type on the held-out cameras 8-11, seeds 1000-1002)
   --drive-dir DIR  the library gets the drive words of DIR/NAME-drive.txt
@@ -130,7 +136,7 @@ void print_row(const std::string &label, const Totals &t, bool detect, bool ceil
 
 int main(int argc, char **argv) {
     using namespace scenekit;
-    const Args args = parse_args(argc, argv, {"table", "types", "cameras", "seeds", "seconds", "drive-dir"},
+    const Args args = parse_args(argc, argv, {"table", "fit-seed", "types", "cameras", "seeds", "seconds", "drive-dir"},
                                  {"per-scene", "detect", "no-prime", "ceiling"}, kUsage);
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
     const bool detect = args.has("detect"), per_scene = args.has("per-scene"), ceiling = args.has("ceiling");
@@ -138,10 +144,16 @@ int main(int argc, char **argv) {
     if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
-        const st_vorl_tbl table = args.has("table") ? vorl::read_table(args.get("table", "")) : vorl::default_table();
+        const st_vorl_tbl given = args.has("table") ? vorl::read_table(args.get("table", "")) : vorl::default_table();
+        const bool fitted = args.has("fit-seed");
+        const uint64_t fit_seed = fitted ? parse_seed(args, "fit-seed", kUsage) : 0;
+        std::map<int, st_vorl_tbl> camera_tables;
         std::map<SceneType, Totals> by_type;
         if (per_scene) print_header(detect, ceiling);
         for (const SceneId &id : sel.ids()) {
+            if (fitted && !camera_tables.count(id.camera))
+                camera_tables.emplace(id.camera, fit_camera_table(id.camera, fit_seed, given));
+            const st_vorl_tbl &table = fitted ? camera_tables.at(id.camera) : given;
             const Scene scene = make_scene(id, sel.seconds);
             std::vector<DriveWords> words = scene.words;
             if (args.has("drive-dir")) {
