@@ -67,6 +67,11 @@ Camera make_camera(int id) {
     cam.zoom[0] = in;
     cam.zoom[1] = out;
     cam.af = autofocus_motor(rng);
+    if (id >= kFirstEnclosedCamera) {
+        cam.enclosed = true;
+        cam.zoom_enclosure = enclosure_path(rng, between(rng, 0.3, 0.9));
+        cam.af_enclosure = enclosure_path(rng, between(rng, 0.3, 0.9));
+    }
     return cam;
 }
 

@@ -120,8 +120,12 @@ void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std:
 // Runs the camera's motors over their spans and the wind over its spans.
 void add_noises(Stereo noise[3], const Camera &cam, const std::vector<Span> &spans, Random &rng) {
     for (const Span &s : spans) {
-        if (s.kind <= 2)
+        if (s.kind <= 2 && cam.enclosed)
+            add_enclosed_motor(noise[0].left, noise[0].right, cam.zoom_enclosure, s.begin, s.end, cam.zoom[s.kind - 1], rng);
+        else if (s.kind <= 2)
             add_motor(noise[0].left, noise[0].right, cam.zoom_path, s.begin, s.end, cam.zoom[s.kind - 1], rng);
+        else if (s.kind == 3 && cam.enclosed)
+            add_enclosed_motor(noise[1].left, noise[1].right, cam.af_enclosure, s.begin, s.end, cam.af, rng);
         else if (s.kind == 3)
             add_motor(noise[1].left, noise[1].right, cam.af_path, s.begin, s.end, cam.af, rng);
         else

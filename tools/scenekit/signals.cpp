@@ -230,6 +230,65 @@ void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t
     }
 }
 
+EnclosurePath enclosure_path(Random &rng, double shared) {
+    constexpr int kTaps = 48;
+    EnclosurePath p;
+    std::vector<double> common(kTaps);
+    for (int n = 0; n < kTaps; ++n) common[n] = rng.gaussian() * std::exp(-n / 10.0);
+    for (auto &ir : p.ir) {
+        ir.assign(kTaps, 0.0);
+        const int direct = static_cast<int>(rng.uniform() * 4.0);  // 0-3 samples: the capsules' distances
+        ir[direct] = 1.0 + rng.uniform();
+        double energy = 0.0;
+        for (int n = 0; n < kTaps; ++n) {
+            ir[n] += shared * common[n] + (1.0 - shared) * rng.gaussian() * std::exp(-n / 10.0);
+            energy += ir[n] * ir[n];
+        }
+        for (double &v : ir) v /= std::sqrt(energy);
+    }
+    p.click_freq = 2500.0 + 2500.0 * rng.uniform();
+    return p;
+}
+
+void add_enclosed_motor(Signal &left, Signal &right, const EnclosurePath &path, std::size_t begin, std::size_t end,
+                        const MotorSound &s, Random &rng) {
+    const double ramp_frames = s.ramp_s * kRate;
+    const int harmonics = std::min(s.harmonics, kMaxHarmonics);
+    double amp[kMaxHarmonics];  // as add_motor's whine before its paths
+    for (int k = 0; k < harmonics; ++k) amp[k] = std::pow(k + 1.0, -s.tilt);
+    BandPass click_res(path.click_freq, 6.0), rumble(s.rumble_freq, 1.5);
+    LowPass hiss_lp(s.hiss_cutoff), own_hiss[2] = {LowPass(s.hiss_cutoff), LowPass(s.hiss_cutoff)};
+    const std::size_t taps = path.ir[0].size();
+    std::vector<double> source(taps, 0.0);  // the source's latest samples, newest at `at`
+    std::size_t at = 0;
+    Signal *out[2] = {&left, &right};
+    double phase = 0.0, next_click = 0.0;
+    const double wobble_rate = 3.0 + 2.0 * rng.uniform();
+    for (std::size_t n = begin; n < end; ++n) {
+        const double t = static_cast<double>(n - begin);
+        const double ramp = std::min({1.0, t / ramp_frames, static_cast<double>(end - n) / ramp_frames});
+        const double spin = s.spinup_s > 0.0 ? std::min(1.0, 0.4 + 0.6 * t / (s.spinup_s * kRate)) : 1.0;
+        const double speed = s.speed_hz * (1.0 + s.wobble * std::sin(2.0 * kPi * wobble_rate * t / kRate)) * spin;
+        phase += 2.0 * kPi * speed / kRate;
+        double click = 0.0;
+        if (t >= next_click) {
+            click = 1.0 + 0.5 * rng.gaussian();
+            next_click = t + kRate * s.revs_per_click / speed * (0.8 + 0.4 * rng.uniform());
+        }
+        double whine = 0.0;
+        for (int k = 0; k < harmonics; ++k) whine += amp[k] * std::sin((k + 1) * phase);
+        at = (at + 1) % taps;
+        source[at] = ramp * (s.whine * whine + s.click * click_res.step(click) + s.hiss * hiss_lp.step(rng.gaussian()) +
+                             s.rumble * rumble.step(rng.gaussian()));
+        for (int c = 0; c < 2; ++c) {
+            double acc = 0.0;
+            for (std::size_t k = 0; k < taps; ++k) acc += path.ir[c][k] * source[(at + taps - k) % taps];
+            // The capsule's own share: brush noise picked up on its side, 15 dB under the hiss.
+            (*out[c])[n] += acc + ramp * 0.18 * s.hiss * own_hiss[c].step(rng.gaussian());
+        }
+    }
+}
+
 void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, Random &rng, double level) {
     LowPass lp[2][2] = {{LowPass(120.0), LowPass(120.0)}, {LowPass(120.0), LowPass(120.0)}};
     LowPass gust(0.8);

@@ -98,6 +98,22 @@ MotorPath motor_path(Random &rng);
 void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t begin, std::size_t end,
                const MotorSound &sound, Random &rng);
 
+// A second design: the motor is one small source inside the lens barrel,
+// heard by both capsules through the barrel and body (an impulse response
+// per capsule, `shared` of it common to both), with a faint hiss of its own
+// at each capsule. Every part of the motor's sound then has the same
+// transfer ratio between the channels at a given frequency, unlike
+// add_motor's, where hiss is independent and rumble common.
+struct EnclosurePath {
+    std::vector<double> ir[2];
+    double click_freq;  // the barrel's resonance that the gear clicks excite
+};
+EnclosurePath enclosure_path(Random &rng, double shared);
+
+// Adds such a motor running over frames [begin, end) to both capsules.
+void add_enclosed_motor(Signal &left, Signal &right, const EnclosurePath &path, std::size_t begin, std::size_t end,
+                        const MotorSound &sound, Random &rng);
+
 // Wind on both capsules (independent turbulence below about 120 Hz),
 // gusting, fading in and out over 0.3 s; `level` 0.3 is a strong wind.
 void add_wind(Signal &left, Signal &right, std::size_t begin, std::size_t end, Random &rng, double level = 0.3);
