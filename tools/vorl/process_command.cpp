@@ -104,9 +104,9 @@ detected from the recording itself, see "Drive detection" below):
   Autofocus: when any block has its af word set, each block's af word
   switches the table's "AF" background template on (af blocks) or off
   (other blocks without zoom drive); without af words the table's own
-  setting holds. The built-in table's "AF" template is empty, so autofocus
-  noise is removed only with a table that has one, e.g. a table made for
-  the camera with "vorl table fit" from a take with autofocus moves.
+  setting holds. The built-in table's "AF" template is a typical autofocus
+  motor's; a table made for the camera with "vorl table fit" from a take
+  with autofocus moves has that camera's own.
 
 
 Drive detection (when no drive state is given):
