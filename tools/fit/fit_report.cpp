@@ -78,8 +78,8 @@ std::string format_report(const FitResult &fit) {
         r.division_low, r.division_ratio);
 
     add(out, "\nSuppression values by the held-out score (the noise attenuation of \"vorl measure\" on a speech-like\n"
-             "probe scene added 10 dB under, at and 10 dB over the motor's level, mean of the three; curves fitted\n"
-             "%s):\n",
+             "probe scene added 10 dB under, at and 10 dB over the motor's level, the mix at the take's recording\n"
+             "level and 20 dB under it, mean of the six; curves fitted %s):\n",
         r.split_drive() ? "on the first half of the drive, scored on the second" : "on every other drive, scored on the others");
     add(out, "  base:   over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f\n", r.base.over_est, r.base.floor,
         r.base.smoothing);

@@ -10,6 +10,12 @@ namespace vorl::fit {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+// Recording levels of the scored mixes against the take's: a camera records
+// scenes at other levels than its calibration take (another gain, a quieter
+// or louder setting), and a table must hold there too. The motor's power
+// in a template is absolute, so a template that is right at the take's
+// level takes content at lower ones.
+constexpr double kLevelsDb[] = {0.0, -20.0};
 
 // Speech-like probe at 48 kHz: noise with the tilt of speech's long-term
 // spectrum (a one-pole low-pass around 300 Hz mixed with two in cascade
@@ -77,16 +83,19 @@ HeldOutScore::HeldOutScore(const Take &take, std::vector<bool> scored) : take_(t
             power += static_cast<double>(probe[2 * n + c]) * probe[2 * n + c];
         }
     }
-    for (const double snr_db : {-10.0, 0.0, 10.0}) {
-        const double gain = power > 0.0 ? std::sqrt(motor / power * std::pow(10.0, snr_db / 10.0)) : 0.0;
-        Mix m{std::vector<int16_t>(2 * take.frames), std::vector<float>(2 * take.frames)};
-        for (std::size_t i = 0; i < m.mixed.size(); ++i) {
-            const double sum = std::clamp(take.samples[i] + std::round(probe[i] * gain), -32768.0, 32767.0);
-            m.mixed[i] = static_cast<int16_t>(sum);
-            m.probe[i] = static_cast<float>(sum - take.samples[i]);
+    for (const double level_db : kLevelsDb)
+        for (const double snr_db : {-10.0, 0.0, 10.0}) {
+            const double gain = power > 0.0 ? std::sqrt(motor / power * std::pow(10.0, snr_db / 10.0)) : 0.0;
+            const double level = std::pow(10.0, level_db / 20.0);
+            Mix m{std::vector<int16_t>(2 * take.frames), std::vector<float>(2 * take.frames)};
+            for (std::size_t i = 0; i < m.mixed.size(); ++i) {
+                const double sum =
+                    std::clamp(std::round(level * (take.samples[i] + probe[i] * gain)), -32768.0, 32767.0);
+                m.mixed[i] = static_cast<int16_t>(sum);
+                m.probe[i] = static_cast<float>(sum - level * take.samples[i]);
+            }
+            mixes_.push_back(std::move(m));
         }
-        mixes_.push_back(std::move(m));
-    }
 }
 
 double HeldOutScore::operator()(const st_vorl_tbl &table, const std::vector<BlockWords> &words) const {
