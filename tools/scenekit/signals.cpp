@@ -170,11 +170,44 @@ void response(const MotorPath &p, double freq, double &gain, double &phase) {
     phase = std::atan2(im, re);
 }
 
+// A motor's drive from `begin` to `end`: fade in and out, spin-up, speed
+// wobble, the whine's phase and the gear clicks, frame by frame.
+class MotorRun {
+public:
+    MotorRun(const MotorSound &s, std::size_t begin, std::size_t end, Random &rng)
+        : s_(s), begin_(begin), end_(end), ramp_frames_(s.ramp_s * kRate), wobble_rate_(3.0 + 2.0 * rng.uniform()),
+          rng_(rng) {}
+
+    struct Frame {
+        double ramp, phase, click;
+    };
+    Frame step(std::size_t n) {
+        const double t = static_cast<double>(n - begin_);
+        const double ramp = std::min({1.0, t / ramp_frames_, static_cast<double>(end_ - n) / ramp_frames_});
+        const double spin = s_.spinup_s > 0.0 ? std::min(1.0, 0.4 + 0.6 * t / (s_.spinup_s * kRate)) : 1.0;
+        const double speed = s_.speed_hz * (1.0 + s_.wobble * std::sin(2.0 * kPi * wobble_rate_ * t / kRate)) * spin;
+        phase_ += 2.0 * kPi * speed / kRate;
+        // A gear tooth strikes every few revolutions, a little irregularly.
+        double click = 0.0;
+        if (t >= next_click_) {
+            click = 1.0 + 0.5 * rng_.gaussian();
+            next_click_ = t + kRate * s_.revs_per_click / speed * (0.8 + 0.4 * rng_.uniform());
+        }
+        return {ramp, phase_, click};
+    }
+
+private:
+    const MotorSound &s_;
+    std::size_t begin_, end_;
+    double ramp_frames_, wobble_rate_;
+    Random &rng_;
+    double phase_ = 0.0, next_click_ = 0.0;
+};
+
 }  // namespace
 
 void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t begin, std::size_t end,
                const MotorSound &s, Random &rng) {
-    const double ramp_frames = s.ramp_s * kRate;
     const int harmonics = std::min(s.harmonics, kMaxHarmonics);
     double gain[2][kMaxHarmonics], shift[2][kMaxHarmonics], amp[kMaxHarmonics];
     double sin_part[2][kMaxHarmonics], cos_part[2][kMaxHarmonics];
@@ -198,20 +231,9 @@ void add_motor(Signal &left, Signal &right, const MotorPath path[2], std::size_t
     LowPass hiss_lp[2] = {LowPass(s.hiss_cutoff), LowPass(s.hiss_cutoff)};
     BandPass rumble(s.rumble_freq, 1.5);
     Signal *out[2] = {&left, &right};
-    double phase = 0.0, next_click = 0.0;
-    const double wobble_rate = 3.0 + 2.0 * rng.uniform();
+    MotorRun run(s, begin, end, rng);
     for (std::size_t n = begin; n < end; ++n) {
-        const double t = static_cast<double>(n - begin);
-        const double ramp = std::min({1.0, t / ramp_frames, static_cast<double>(end - n) / ramp_frames});
-        const double spin = s.spinup_s > 0.0 ? std::min(1.0, 0.4 + 0.6 * t / (s.spinup_s * kRate)) : 1.0;
-        const double speed = s.speed_hz * (1.0 + s.wobble * std::sin(2.0 * kPi * wobble_rate * t / kRate)) * spin;
-        phase += 2.0 * kPi * speed / kRate;
-        // A gear tooth strikes every few revolutions, a little irregularly.
-        double click = 0.0;
-        if (t >= next_click) {
-            click = 1.0 + 0.5 * rng.gaussian();
-            next_click = t + kRate * s.revs_per_click / speed * (0.8 + 0.4 * rng.uniform());
-        }
+        const auto [ramp, phase, click] = run.step(n);
         const double common = s.rumble * rumble.step(rng.gaussian());
         double sin_k[kMaxHarmonics], cos_k[kMaxHarmonics];  // of (k+1) phase, by complex powers
         sin_k[0] = std::sin(phase);
@@ -252,7 +274,6 @@ EnclosurePath enclosure_path(Random &rng, double shared) {
 
 void add_enclosed_motor(Signal &left, Signal &right, const EnclosurePath &path, std::size_t begin, std::size_t end,
                         const MotorSound &s, Random &rng) {
-    const double ramp_frames = s.ramp_s * kRate;
     const int harmonics = std::min(s.harmonics, kMaxHarmonics);
     double amp[kMaxHarmonics];  // as add_motor's whine before its paths
     for (int k = 0; k < harmonics; ++k) amp[k] = std::pow(k + 1.0, -s.tilt);
@@ -262,19 +283,9 @@ void add_enclosed_motor(Signal &left, Signal &right, const EnclosurePath &path, 
     std::vector<double> source(taps, 0.0);  // the source's latest samples, newest at `at`
     std::size_t at = 0;
     Signal *out[2] = {&left, &right};
-    double phase = 0.0, next_click = 0.0;
-    const double wobble_rate = 3.0 + 2.0 * rng.uniform();
+    MotorRun run(s, begin, end, rng);
     for (std::size_t n = begin; n < end; ++n) {
-        const double t = static_cast<double>(n - begin);
-        const double ramp = std::min({1.0, t / ramp_frames, static_cast<double>(end - n) / ramp_frames});
-        const double spin = s.spinup_s > 0.0 ? std::min(1.0, 0.4 + 0.6 * t / (s.spinup_s * kRate)) : 1.0;
-        const double speed = s.speed_hz * (1.0 + s.wobble * std::sin(2.0 * kPi * wobble_rate * t / kRate)) * spin;
-        phase += 2.0 * kPi * speed / kRate;
-        double click = 0.0;
-        if (t >= next_click) {
-            click = 1.0 + 0.5 * rng.gaussian();
-            next_click = t + kRate * s.revs_per_click / speed * (0.8 + 0.4 * rng.uniform());
-        }
+        const auto [ramp, phase, click] = run.step(n);
         double whine = 0.0;
         for (int k = 0; k < harmonics; ++k) whine += amp[k] * std::sin((k + 1) * phase);
         at = (at + 1) % taps;
