@@ -153,7 +153,7 @@ py::tuple fit_table(const Pcm &audio, const py::object &drive, const py::object 
     take.samples = audio.data();
     take.frames = static_cast<std::size_t>(audio.shape(0));
     take.rate = rate;
-    for (const auto &w : words) take.words.push_back({w.zoom, w.af != 0, w.wind != 0});
+    for (const auto &w : words) take.words.push_back(vorl::fit::block_words(w));
     vorl::fit::FitOptions options;
     options.choose_suppression = options.compare_learning = !quick;
     vorl::fit::FitResult result;

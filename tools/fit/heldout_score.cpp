@@ -83,10 +83,10 @@ HeldOutScore::HeldOutScore(const Take &take, std::vector<bool> scored) : take_(t
             power += static_cast<double>(probe[2 * n + c]) * probe[2 * n + c];
         }
     }
-    for (const double level_db : kLevelsDb)
+    for (const double level_db : kLevelsDb) {
+        const double level = std::pow(10.0, level_db / 20.0);
         for (const double snr_db : {-10.0, 0.0, 10.0}) {
             const double gain = power > 0.0 ? std::sqrt(motor / power * std::pow(10.0, snr_db / 10.0)) : 0.0;
-            const double level = std::pow(10.0, level_db / 20.0);
             Mix m{std::vector<int16_t>(2 * take.frames), std::vector<float>(2 * take.frames)};
             for (std::size_t i = 0; i < m.mixed.size(); ++i) {
                 const double sum =
@@ -96,6 +96,7 @@ HeldOutScore::HeldOutScore(const Take &take, std::vector<bool> scored) : take_(t
             }
             mixes_.push_back(std::move(m));
         }
+    }
 }
 
 double HeldOutScore::operator()(const st_vorl_tbl &table, const std::vector<BlockWords> &words) const {

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "drive_words.h"
+
 namespace vorl::fit {
 
 constexpr int kBins = 256;
@@ -21,6 +23,9 @@ struct BlockWords {
     bool wind = false;
     bool idle() const { return zoom == 0 && !af && !wind; }
 };
+
+// A host's drive words as the fitter reads them.
+inline BlockWords block_words(const DriveWords &w) { return {w.zoom, w.af != 0, w.wind != 0}; }
 
 // The take: interleaved stereo 16-bit samples and one word per block.
 struct Take {

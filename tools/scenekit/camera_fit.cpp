@@ -10,7 +10,7 @@ st_vorl_tbl fit_camera_table(int camera, uint64_t seed, const st_vorl_tbl &base)
     vorl::fit::Take take;
     take.samples = cal.noisy.data();
     take.frames = cal.frames();
-    for (const DriveWords &w : cal.words) take.words.push_back({w.zoom, w.af != 0, w.wind != 0});
+    for (const DriveWords &w : cal.words) take.words.push_back(vorl::fit::block_words(w));
     return vorl::fit::fit_table(take, base).table;
 }
 

@@ -119,15 +119,19 @@ void finish(Scene &scene, const Stereo &clean, const Stereo noise[3], const std:
 
 // Runs the camera's motors over their spans and the wind over its spans.
 void add_noises(Stereo noise[3], const Camera &cam, const std::vector<Span> &spans, Random &rng) {
+    // A motor as the camera's design carries it to the capsules.
+    auto motor = [&](Stereo &out, const MotorPath path[2], const EnclosurePath &enclosure, const MotorSound &sound,
+                     const Span &s) {
+        if (cam.enclosed)
+            add_enclosed_motor(out.left, out.right, enclosure, s.begin, s.end, sound, rng);
+        else
+            add_motor(out.left, out.right, path, s.begin, s.end, sound, rng);
+    };
     for (const Span &s : spans) {
-        if (s.kind <= 2 && cam.enclosed)
-            add_enclosed_motor(noise[0].left, noise[0].right, cam.zoom_enclosure, s.begin, s.end, cam.zoom[s.kind - 1], rng);
-        else if (s.kind <= 2)
-            add_motor(noise[0].left, noise[0].right, cam.zoom_path, s.begin, s.end, cam.zoom[s.kind - 1], rng);
-        else if (s.kind == 3 && cam.enclosed)
-            add_enclosed_motor(noise[1].left, noise[1].right, cam.af_enclosure, s.begin, s.end, cam.af, rng);
+        if (s.kind <= 2)
+            motor(noise[0], cam.zoom_path, cam.zoom_enclosure, cam.zoom[s.kind - 1], s);
         else if (s.kind == 3)
-            add_motor(noise[1].left, noise[1].right, cam.af_path, s.begin, s.end, cam.af, rng);
+            motor(noise[1], cam.af_path, cam.af_enclosure, cam.af, s);
         else
             add_wind(noise[2].left, noise[2].right, s.begin, s.end, rng, between(rng, 0.1, 0.35));
     }

@@ -70,8 +70,6 @@ namespace {
 
 constexpr int kTableRate = 48000;
 
-fit::BlockWords fit_words(const DriveWords &w) { return {w.zoom, w.af != 0, w.wind != 0}; }
-
 // The take resampled to the tables' rate, of the length that rate gives it.
 std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate) {
     std::vector<float> in(samples.begin(), samples.end()), out;
@@ -152,7 +150,7 @@ int run_table_fit(int argc, char **argv, int first) {
     take.samples = samples.data();
     take.frames = got;
     take.rate = rate;
-    for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit_words(drive.at(static_cast<int64_t>(b), take.rate)));
+    for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit::block_words(drive.at(static_cast<int64_t>(b), take.rate)));
     fit::FitOptions options;
     options.choose_suppression = options.compare_learning = !args.has("quick");
     fit::FitResult fit;
