@@ -18,7 +18,7 @@ using scenekit::DriveMeasure;
 using scenekit::DriveWords;
 using scenekit::SceneResult;
 
-const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--fit-seed N] [--types LIST] [--cameras LIST]
+const char kUsage[] = R"(usage: vorl_eval [--table FILE] [--fit-seed N | --noise-table] [--types LIST] [--cameras LIST]
                  [--seeds LIST] [--seconds S] [--drive-dir DIR | --detect] [--per-scene]
                  [--no-prime] [--ceiling]
 
@@ -41,6 +41,12 @@ the scene's true words.
                    vorl_scenes --calibration writes it), with --table or
                    the built-in table as its base; N should lie outside
                    the scenes' seeds (the held-out scenes use 1000-1002)
+  --noise-table    each scene gets the table "vorl table fit" makes from
+                   the scene's own drive noise (its zoom and autofocus
+                   components alone, with its drive words), with --table
+                   or the built-in table as its base: what a fit reaches
+                   when it knows the very noise it will meet (slow: one fit
+                   per scene)
   --types, --cameras, --seeds, --seconds   as for vorl_scenes (defaults:
                    every type on the held-out cameras 8-11, seeds 1000-1002)
   --drive-dir DIR  the library gets the drive words of DIR/NAME-drive.txt
@@ -137,10 +143,11 @@ void print_row(const std::string &label, const Totals &t, bool detect, bool ceil
 int main(int argc, char **argv) {
     using namespace scenekit;
     const Args args = parse_args(argc, argv, {"table", "fit-seed", "types", "cameras", "seeds", "seconds", "drive-dir"},
-                                 {"per-scene", "detect", "no-prime", "ceiling"}, kUsage);
+                                 {"per-scene", "detect", "no-prime", "ceiling", "noise-table"}, kUsage);
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
     const bool detect = args.has("detect"), per_scene = args.has("per-scene"), ceiling = args.has("ceiling");
     if (detect && ceiling) usage_error("--detect and --ceiling exclude each other", kUsage);
+    if (args.has("fit-seed") && args.has("noise-table")) usage_error("--fit-seed and --noise-table exclude each other", kUsage);
     if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
@@ -153,8 +160,9 @@ int main(int argc, char **argv) {
         for (const SceneId &id : sel.ids()) {
             if (fitted && !camera_tables.count(id.camera))
                 camera_tables.emplace(id.camera, fit_camera_table(id.camera, fit_seed, given));
-            const st_vorl_tbl &table = fitted ? camera_tables.at(id.camera) : given;
             const Scene scene = make_scene(id, sel.seconds);
+            const st_vorl_tbl own = args.has("noise-table") ? fit_noise_table(scene, given) : given;
+            const st_vorl_tbl &table = fitted ? camera_tables.at(id.camera) : own;
             std::vector<DriveWords> words = scene.words;
             if (args.has("drive-dir")) {
                 const auto given = vorl::DriveSchedule::from_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt");
