@@ -103,6 +103,15 @@ uint64_t parse_seed(const Args &args, const std::string &name, const char *usage
     return seed;
 }
 
+std::vector<int> parse_cameras(const Args &args, const std::string &fallback, const char *usage) {
+    std::vector<int> cameras;
+    for (unsigned long long c : parse_list("cameras", args.get("cameras", fallback), usage)) {
+        if (c > 1000000) usage_error("--cameras: camera ids go up to 1000000", usage);
+        cameras.push_back(static_cast<int>(c));
+    }
+    return cameras;
+}
+
 SceneSelection parse_selection(const Args &args, const char *usage) {
     SceneSelection sel;
     const std::string types = args.get("types", "all");
@@ -117,10 +126,7 @@ SceneSelection parse_selection(const Args &args, const char *usage) {
             sel.types.push_back(t);
         }
     }
-    for (unsigned long long c : parse_list("cameras", args.get("cameras", kHeldOutCameras), usage)) {
-        if (c > 1000000) usage_error("--cameras: camera ids go up to 1000000", usage);
-        sel.cameras.push_back(static_cast<int>(c));
-    }
+    sel.cameras = parse_cameras(args, kHeldOutCameras, usage);
     for (unsigned long long s : parse_list("seeds", args.get("seeds", kHeldOutSeeds), usage)) sel.seeds.push_back(s);
     const std::string seconds = args.get("seconds", "20");
     char *end = nullptr;

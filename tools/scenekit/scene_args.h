@@ -33,6 +33,9 @@ Args parse_args(int argc, char **argv, const std::vector<std::string> &valued, c
 // --seconds; the defaults are the held-out set of docs/scenes.md.
 SceneSelection parse_selection(const Args &args, const char *usage);
 
+// --cameras ("0-7,108"), or `fallback` when it is not given.
+std::vector<int> parse_cameras(const Args &args, const std::string &fallback, const char *usage);
+
 // The value of option `name`, a single seed.
 uint64_t parse_seed(const Args &args, const std::string &name, const char *usage);
 

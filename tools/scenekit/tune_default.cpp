@@ -29,6 +29,7 @@
 #include "scene_args.h"
 #include "signals.h"
 #include "table_checksum.h"
+#include "table_curves.h"
 #include "table_json.h"
 #include "table_rules.h"
 
@@ -36,16 +37,16 @@ namespace {
 
 using namespace scenekit;
 
-const char kUsage[] = R"(usage: tune_default BASE.json OUT.json [--seeds N] [--seconds S] [--passes P]
+const char kUsage[] = R"(usage: tune_default BASE.json OUT.json [--cameras LIST] [--seeds N] [--seconds S]
+                    [--passes P]
 
-Tunes the built-in table on the tuning cameras 0-7 (calibration takes with
-seed 1; N scenes of every type per camera, seeds 1+camera, 9+camera, ..;
+Tunes the built-in table on the tuning cameras LIST (default 0-7; calibration
+takes with seed 1; N scenes of every type per camera, seeds 1+camera, 9+camera, ..;
 S seconds each, default 1 and 20; P rounds of the coordinate search,
 default 2) and writes it as JSON. Fields not tuned
 keep BASE's values. Progress goes to standard error.
 )";
 
-constexpr int kCameras = 8;  // the tuning cameras 0..7
 constexpr std::size_t kFrame = 512, kBins = 256, kGroups = 65;
 
 // Per-bin noise powers of a recording's zoom component over the frames
@@ -95,14 +96,6 @@ double median(std::vector<double> v) {
     std::sort(v.begin(), v.end());
     const std::size_t n = v.size();
     return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-}
-
-// Stores node values as the core's increments: the curve rebuilt bin by bin
-// reaches values[b] at node b and interpolates linearly between nodes.
-void set_curve(st_vorl &p, int ch, const double values[72]) {
-    float *inc = p.zspec_comp_coef_f_LR_d[ch];
-    inc[0] = static_cast<float>(values[0] / (p.zspec_comp_base_bin[0] + 1));
-    for (int b = 1; b < 72; ++b) inc[b] = static_cast<float>((values[b] - values[b - 1]) * p.zspec_comp_inter_hop[b]);
 }
 
 // Steps 1 and 2: the median camera's curve and drive templates.
@@ -175,13 +168,6 @@ Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, c
     return t;
 }
 
-// A flat template level per group g (0..64) as the core's running sum of
-// increments: bin 0 is group 0 alone, group g adds its increment at 4 bins.
-void set_template(float row[kGroups], const std::vector<double> &level) {
-    row[0] = static_cast<float>(level[0]);
-    for (std::size_t g = 1; g < kGroups; ++g) row[g] = static_cast<float>((level[g] - level[g - 1]) / 4.0);
-}
-
 // The searched settings, by name; each has its candidate values.
 enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kWindBias, kWindBins, kRegion0, kKnobs = kRegion0 + 5 };
 using Knobs = std::vector<double>;
@@ -197,9 +183,9 @@ struct TypeFigures {
 
 class Tuner {
 public:
-    Tuner(st_vorl_tbl base, int seeds, double seconds) : base_(base) {
+    Tuner(st_vorl_tbl base, const std::vector<int> &cameras, int seeds, double seconds) : base_(base) {
         std::vector<NoisePowers> cams, af;
-        for (int cam = 0; cam < kCameras; ++cam) {
+        for (int cam : cameras) {
             const Scene take = make_calibration(cam, 1);
             cams.push_back(noise_powers(take, false));
             af.push_back(noise_powers(take, true));
@@ -207,7 +193,7 @@ public:
         for (CurveRule rule : {CurveRule::median, CurveRule::pooled, CurveRule::flat})
             typical_.push_back(typical_camera(base.st_vorl, cams, af, rule));
         for (SceneType type : kSceneTypes)
-            for (int cam = 0; cam < kCameras; ++cam)
+            for (int cam : cameras)
                 for (int s = 0; s < seeds; ++s) {
                     Scene scene = make_scene({type, cam, static_cast<uint64_t>(1 + cam + 8 * s)}, seconds);
                     oracle_[type] += evaluate_oracle(scene);
@@ -220,15 +206,15 @@ public:
         st_vorl &p = t.st_vorl;
         const Typical &typical = typical_.at(static_cast<std::size_t>(k[kCurve]));
         for (int ch = 0; ch < 2; ++ch) {
-            double curve[72];
+            float curve[72];
             for (int b = 0; b < 72; ++b) {
                 std::size_t r = 0;
                 while (p.zspec_comp_base_bin[b] >= kRegionEnd[r]) ++r;
-                curve[b] = std::clamp(typical.curve[ch][b] * k[kRegion0 + r],
-                                      static_cast<double>(p.zspec_comp_min_floor_value),
-                                      static_cast<double>(p.zspec_comp_coef_f_LR_d_max[ch][b]));
+                curve[b] = static_cast<float>(std::clamp(typical.curve[ch][b] * k[kRegion0 + r],
+                                                         static_cast<double>(p.zspec_comp_min_floor_value),
+                                                         static_cast<double>(p.zspec_comp_coef_f_LR_d_max[ch][b])));
             }
-            set_curve(p, ch, curve);
+            vorl::tablekit::set_zoom_nodes(p, ch, curve);
         }
         fill_division_table_for_tuning(p);
         p.over_est = static_cast<float>(k[kOverEst]);
@@ -238,16 +224,16 @@ public:
         p.wind_nr_proc_freq = static_cast<decltype(p.wind_nr_proc_freq)>(k[kWindBins]);
         for (int dir = 1; dir <= 2; ++dir)
             for (int ch = 0; ch < 2; ++ch) {
-                std::vector<double> level(kGroups);
-                for (std::size_t g = 0; g < kGroups; ++g) level[g] = k[kTemplate] * typical.tmpl[ch][g];
-                set_template(p.back_ground_noise[dir][ch], level);
+                float level[kGroups];
+                for (std::size_t g = 0; g < kGroups; ++g) level[g] = static_cast<float>(k[kTemplate] * typical.tmpl[ch][g]);
+                vorl::tablekit::set_group_nodes(p.back_ground_noise[dir][ch], level);
             }
         // Template 0 is used only where the host switches it on for
         // autofocus blocks (bn_proc_flag keeps bit 0 clear).
         for (int ch = 0; ch < 2; ++ch) {
-            std::vector<double> level(kGroups);
-            for (std::size_t g = 0; g < kGroups; ++g) level[g] = k[kAfTemplate] * typical.af_tmpl[ch][g];
-            set_template(p.back_ground_noise[0][ch], level);
+            float level[kGroups];
+            for (std::size_t g = 0; g < kGroups; ++g) level[g] = static_cast<float>(k[kAfTemplate] * typical.af_tmpl[ch][g]);
+            vorl::tablekit::set_group_nodes(p.back_ground_noise[0][ch], level);
         }
         vorl::tablekit::seal(t);
         return t;
@@ -316,7 +302,7 @@ std::string read_text(const std::string &path) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    const Args args = parse_args(argc, argv, {"seeds", "seconds", "passes"}, {}, kUsage);
+    const Args args = parse_args(argc, argv, {"cameras", "seeds", "seconds", "passes"}, {}, kUsage);
     if (args.positional.size() != 2) usage_error("expected BASE.json OUT.json", kUsage);
     try {
         const st_vorl_tbl base = vorl::tablekit::table_from_json(read_text(args.positional[0]));
@@ -324,7 +310,7 @@ int main(int argc, char **argv) {
         const double seconds = std::stod(args.get("seconds", "20"));
         const int passes = std::stoi(args.get("passes", "2"));
 
-        Tuner tuner(base, seeds, seconds);
+        Tuner tuner(base, parse_cameras(args, "0-7", kUsage), seeds, seconds);
 
         const auto as_given = tuner.figures(base);
         const st_vorl &b = base.st_vorl;
