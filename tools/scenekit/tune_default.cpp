@@ -4,9 +4,10 @@
 //  1. The zoom-noise curve: per tuning camera, the ratio of channel noise
 //     power to channel-difference noise power of its zoom motor at each
 //     band node (from the motor's own sound in a calibration take); the
-//     table takes the median over the cameras: a typical camera, not one.
+//     table takes the cameras' median, their pooled ratio or the 0.5 of
+//     independent paths, as the search below chooses: a typical camera.
 //  2. The drive templates: per camera the part of the motor's power that
-//     the median curve misses, per bin group, median over cameras; the
+//     that curve misses, per bin group, median over cameras; the
 //     autofocus template: the autofocus motor's power, likewise.
 //  3. The division table: power-of-two steps from 2^17 (above any 16-bit
 //     frame) down to 2^-10, so loud whine bins are divided accurately too.
@@ -14,7 +15,7 @@
 //     template scales, wind allowance) by coordinate search on tuning scenes of every type:
 //     the smallest mean distance below the oracle without more change
 //     outside drives than -45 dB (or than the start point had).
-// Held-out cameras and seeds are never touched; vorl_eval reports on them.
+// By default it touches no held-out camera or seed; vorl_eval reports on them.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

@@ -147,7 +147,8 @@ int main(int argc, char **argv) {
     if (!args.positional.empty()) usage_error("unexpected argument " + args.positional[0], kUsage);
     const bool detect = args.has("detect"), per_scene = args.has("per-scene"), ceiling = args.has("ceiling");
     if (detect && ceiling) usage_error("--detect and --ceiling exclude each other", kUsage);
-    if (args.has("fit-seed") && args.has("noise-table")) usage_error("--fit-seed and --noise-table exclude each other", kUsage);
+    const bool noise_table = args.has("noise-table");
+    if (args.has("fit-seed") && noise_table) usage_error("--fit-seed and --noise-table exclude each other", kUsage);
     if (detect && args.has("drive-dir")) usage_error("--detect and --drive-dir exclude each other", kUsage);
     const SceneSelection sel = parse_selection(args, kUsage);
     try {
@@ -161,8 +162,9 @@ int main(int argc, char **argv) {
             if (fitted && !camera_tables.count(id.camera))
                 camera_tables.emplace(id.camera, fit_camera_table(id.camera, fit_seed, given));
             const Scene scene = make_scene(id, sel.seconds);
-            const st_vorl_tbl own = args.has("noise-table") ? fit_noise_table(scene, given) : given;
-            const st_vorl_tbl &table = fitted ? camera_tables.at(id.camera) : own;
+            const st_vorl_tbl table = noise_table ? fit_noise_table(scene, given)
+                                      : fitted    ? camera_tables.at(id.camera)
+                                                  : given;
             std::vector<DriveWords> words = scene.words;
             if (args.has("drive-dir")) {
                 const auto given = vorl::DriveSchedule::from_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt");
