@@ -170,7 +170,7 @@ int main(int argc, char **argv) {
                 const auto given = vorl::DriveSchedule::from_file(args.get("drive-dir", "") + "/" + id.name() + "-drive.txt");
                 for (std::size_t b = 0; b < words.size(); ++b) words[b] = given.at(static_cast<int64_t>(b), kSampleRate);
             }
-            if (detect) words = vorl::detect_drives(scene.noisy.data(), scene.frames(), args.has("table") ? &table : nullptr);
+            if (detect) words = vorl::detect_drives(scene.noisy.data(), scene.frames(), &table);
             const bool prime = !args.has("no-prime");
             Totals one;
             one.scenes = 1;
