@@ -68,6 +68,18 @@ TEST(DriveSchedule, DriveFileLinesAreBlocksAndErrorsNameTheLine) {
             EXPECT_NE(std::string(f.what()).find(path + ":2: "), std::string::npos) << f.what();
         }
     }
+
+    // A binary file is quoted as escapes, cut short, never as raw bytes.
+    std::ofstream(path) << std::string("\x1b[2J\xff\x01\x00", 7) << std::string(500, 'z') << "\n";
+    try {
+        DriveSchedule::from_file(path);
+        ADD_FAILURE() << "accepted a binary line";
+    } catch (const cli::Failure &f) {
+        const std::string message = f.what();
+        EXPECT_NE(message.find("\"\\x1b[2J\\xff\\x01\\x00zz"), std::string::npos) << message;
+        EXPECT_LT(message.size(), 200u);
+        for (const char c : message) EXPECT_TRUE(c >= 0x20 && c < 0x7f) << message;
+    }
 }
 
 }  // namespace

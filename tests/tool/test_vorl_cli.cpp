@@ -92,6 +92,11 @@ TEST(VorlTable, CheckPassesTheDefaultAndNamesEachBrokenField) {
     EXPECT_TRUE(contains(process.err, "broken.tbl: breaks 4 table rules")) << process.err;
     EXPECT_FALSE(file_exists(box.path("out.wav")));
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--table", "broken.tbl", "--force"}).exit_code, 0);
+    // A fit keeps most of its base table, so a broken base is refused by name.
+    const RunResult fit = box.vorl({"table", "fit", "in.wav", "--zoom-in", "0-0.05", "-o", "fit.tbl", "--base",
+                                    "broken.tbl"});
+    EXPECT_EQ(fit.exit_code, 2);
+    EXPECT_TRUE(contains(fit.err, "broken.tbl: breaks 4 table rules")) << fit.err;
 
     // A damaged file: the checksum no longer matches.
     std::string bytes = read_bytes(box.path("default.tbl"));

@@ -355,7 +355,10 @@ st_vorl_tbl table_from_json(const std::string &text) {
     try {
         doc = json::parse(text);
     } catch (const json::parse_error &e) {
-        throw JsonError(std::string("not valid JSON: ") + e.what());
+        // The parser's own text, without its "[json.exception...]" tag.
+        const std::string what = e.what();
+        const auto tag_end = what.find("] ");
+        throw JsonError("not valid JSON: " + (tag_end == std::string::npos ? what : what.substr(tag_end + 2)));
     }
     if (!doc.is_object()) throw JsonError("the document must be a JSON object");
 

@@ -9,6 +9,22 @@ void input_error(const std::string &message) { throw Failure(kExitInput, message
 
 void warn(const std::string &message) { std::fprintf(stderr, "vorl: warning: %s\n", message.c_str()); }
 
+std::string excerpt(const std::string &text, std::size_t limit) {
+    std::string out;
+    for (const char c : text) {
+        if (out.size() >= limit) return out + "...";
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7f) {
+            out += c;
+        } else {
+            char hex[5];
+            std::snprintf(hex, sizeof hex, "\\x%02x", byte);
+            out += hex;
+        }
+    }
+    return out;
+}
+
 std::string ParsedArgs::value(const std::string &name) const {
     auto it = values.find(name);
     return it == values.end() || it->second.empty() ? std::string() : it->second.back();

@@ -53,4 +53,8 @@ void expect_positional(const ParsedArgs &args, std::size_t n, const std::string 
 // Warnings and notes go to stderr, prefixed like errors.
 void warn(const std::string &message);
 
+// A piece of an input file fit to quote in a message: bytes that are not
+// printable ASCII shown as \xNN, cut after `limit` characters.
+std::string excerpt(const std::string &text, std::size_t limit = 60);
+
 }  // namespace vorl::cli

@@ -118,6 +118,11 @@ int run_table_fit(int argc, char **argv, int first) {
     const st_vorl_tbl base = base_path.empty() ? default_table() : read_table(base_path);
     if (!base_path.empty() && tablekit::checksum(base) != base.check_sum)
         cli::input_error(base_path + ": checksum wrong, the base table is damaged");
+    // What the fit keeps of the base must already be a working table.
+    if (!base_path.empty()) {
+        const std::string broken = broken_rules(base_path, base);
+        if (!broken.empty()) cli::input_error(broken + "; a base table must pass it");
+    }
 
     AudioReader in(audio);
     in.require_stereo();

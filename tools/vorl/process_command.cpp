@@ -413,11 +413,8 @@ int run_process(int argc, char **argv, int first) {
     // A table that breaks a rule is refused before any output exists; a
     // damaged one (wrong checksum) the library refuses even with --force.
     if (!o.table.empty()) {
-        const auto broken = tablekit::check_table_rules(table);
-        if (!broken.empty()) {
-            const std::string what = o.table + ": breaks " + std::to_string(broken.size()) + " table rule" +
-                                     (broken.size() == 1 ? "" : "s") + ", first " + broken.front().where + ": " +
-                                     broken.front().problem + " (see: vorl table check " + o.table + ")";
+        const std::string what = broken_rules(o.table, table);
+        if (!what.empty()) {
             if (!o.force) cli::input_error(what + "; --force uses it anyway");
             if (!o.quiet) cli::warn(what);
         }

@@ -153,7 +153,7 @@ int run_table_from_json(int argc, char **argv, int first) {
     try {
         t = tablekit::table_from_json(text);
     } catch (const tablekit::JsonError &e) {
-        cli::input_error((src == "-" ? std::string("standard input") : src) + ": " + e.what());
+        cli::input_error((src == "-" ? std::string("standard input") : src) + ": " + cli::excerpt(e.what(), 300));
     }
     const auto violations = tablekit::check_table_rules(t);
     if (!violations.empty()) {

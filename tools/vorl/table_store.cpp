@@ -5,6 +5,7 @@
 #include "cli.h"
 #include "default_table.h"
 #include "pending_file.h"
+#include "table_rules.h"
 
 namespace vorl {
 
@@ -22,6 +23,13 @@ void write_table(const std::string &path, const st_vorl_tbl &t) {
     PendingFile out(path);
     out.write_all(&t, sizeof t);
     out.commit();
+}
+
+std::string broken_rules(const std::string &path, const st_vorl_tbl &t) {
+    const auto broken = tablekit::check_table_rules(t);
+    if (broken.empty()) return {};
+    return path + ": breaks " + std::to_string(broken.size()) + " table rule" + (broken.size() == 1 ? "" : "s") +
+           ", first " + broken.front().where + ": " + broken.front().problem + " (see: vorl table check " + path + ")";
 }
 
 st_vorl_tbl default_table() {

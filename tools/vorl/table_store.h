@@ -14,6 +14,10 @@ st_vorl_tbl read_table(const std::string &path);
 // Writes a table atomically (temporary file beside it, then rename).
 void write_table(const std::string &path, const st_vorl_tbl &t);
 
+// Empty when the table keeps every table rule; otherwise a message naming
+// the file, the number of broken rules and the first of them.
+std::string broken_rules(const std::string &path, const st_vorl_tbl &t);
+
 // The default table built from data/default_table.json.
 st_vorl_tbl default_table();
 
