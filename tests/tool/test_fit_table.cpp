@@ -204,6 +204,12 @@ TEST(FitTable, RefusesTakesWithoutUsableDrive) {
     GeneratedTake idle(3.0);
     for (BlockWords &w : idle.take.words) w = BlockWords{};
     EXPECT_NE(message(idle.take).find("no zoom drive"), std::string::npos);
+    GeneratedTake windy(3.0);
+    for (BlockWords &w : windy.take.words) w.wind = 1;
+    EXPECT_NE(message(windy.take).find("has the wind word set"), std::string::npos);
+    GeneratedTake silent(3.0);
+    std::fill(silent.samples.begin(), silent.samples.end(), int16_t{0});
+    EXPECT_NE(message(silent.take).find("digital silence"), std::string::npos);
     const GeneratedTake short_drives(0.4);  // 4 x 0.4 s, less the spin-up of each
     EXPECT_NE(message(short_drives.take).find("at least 2 s"), std::string::npos);
     const GeneratedTake mono_like(3.0, true);

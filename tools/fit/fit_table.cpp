@@ -361,7 +361,13 @@ std::string seconds(std::size_t block, int rate) {
 
 void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
     const TakeAnalysis &a = fitter.analysis();
-    if (fitter.zoom_runs() == 0) throw FitError("no zoom drive blocks in the drive log: nothing to fit");
+    if (fitter.zoom_runs() == 0) {
+        const bool windy_zoom = std::any_of(take.words.begin(), take.words.end(),
+                                            [](const BlockWords &w) { return w.zoom != 0; });
+        throw FitError(windy_zoom ? "every zoom drive block in the drive log has the wind word set, and wind blocks "
+                                    "are left out of a fit: nothing to fit (record the take without wind)"
+                                  : "no zoom drive blocks in the drive log: nothing to fit");
+    }
     const int used = r.zoom_frames[0] + r.zoom_frames[1];
     const double usable = static_cast<double>(used) * kBlock / take.rate;
     if (usable < kMinDriveSeconds) {
@@ -379,6 +385,7 @@ void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
                 left += a.powers[f].left[i] + a.powers[f].right[i];
                 diff += a.powers[f].diff[i];
             }
+    if (left == 0.0) throw FitError("the take is digital silence during the drives: nothing to fit");
     if (diff <= 1e-6 * left)
         throw FitError("the two channels are identical during the drives: the difference model cannot be fitted "
                        "(a stereo take from the camera's own two capsules is needed)");
