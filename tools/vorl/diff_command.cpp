@@ -44,6 +44,14 @@ std::string change(float a, float b) {
     return s;
 }
 
+// A coefficient in a 9-wide column: fixed point while that fits, else
+// exponent form (a hostile or damaged table can hold anything).
+std::string coefficient(float v) {
+    char s[32];
+    std::snprintf(s, sizeof s, std::fabs(v) < 1e4f ? "%9.4f" : "%9.3g", static_cast<double>(v));
+    return s;
+}
+
 // Fields shown as curves, not element by element.
 bool is_curve(const std::string &name) {
     return name == "zspec_comp_coef_f_LR_d" || name == "back_ground_noise" || name == "eq_gain";
@@ -60,10 +68,10 @@ int zoom_diff(const st_vorl &a, const st_vorl &b) {
             if (shown++ == 0)
                 std::printf("zoom-noise coefficient at band nodes:\n"
                             "band  bins     Hz             left A    left B    change      right A   right B   change\n");
-            std::printf("%4d  %3d-%3d  %5.0f-%5.0f  %9.4f %9.4f %s  %9.4f %9.4f %s\n", band, first, node,
-                        tablekit::bin_hz(first), tablekit::bin_hz(node), ca[0][node], cb[0][node],
-                        change(ca[0][node], cb[0][node]).c_str(), ca[1][node], cb[1][node],
-                        change(ca[1][node], cb[1][node]).c_str());
+            std::printf("%4d  %3d-%3d  %5.0f-%5.0f  %s %s %s  %s %s %s\n", band, first, node, tablekit::bin_hz(first),
+                        tablekit::bin_hz(node), coefficient(ca[0][node]).c_str(), coefficient(cb[0][node]).c_str(),
+                        change(ca[0][node], cb[0][node]).c_str(), coefficient(ca[1][node]).c_str(),
+                        coefficient(cb[1][node]).c_str(), change(ca[1][node], cb[1][node]).c_str());
         }
         first = node + 1;
     }
