@@ -72,7 +72,7 @@ int16_t Requantizer::operator()(double v) {
 }
 
 AudioReader::AudioReader(const std::string &path, bool dither)
-    : name_(path == "-" ? "standard input" : path), to_16bit_(dither) {
+    : name_(cli::input_name(path)), to_16bit_(dither) {
     int fd = -1;
     struct stat st;
     if (path == "-") {

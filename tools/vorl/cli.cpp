@@ -1,5 +1,6 @@
 #include "cli.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace vorl::cli {
@@ -8,6 +9,11 @@ void usage_error(const std::string &message) { throw Failure(kExitUsage, message
 void input_error(const std::string &message) { throw Failure(kExitInput, message); }
 
 void warn(const std::string &message) { std::fprintf(stderr, "vorl: warning: %s\n", message.c_str()); }
+
+void one_standard_input(const std::vector<std::string> &inputs) {
+    if (std::count(inputs.begin(), inputs.end(), "-") > 1)
+        usage_error("standard input (\"-\") can be only one of the inputs");
+}
 
 std::string excerpt(const std::string &text, std::size_t limit) {
     std::string out;

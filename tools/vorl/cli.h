@@ -53,6 +53,13 @@ void expect_positional(const ParsedArgs &args, std::size_t n, const std::string 
 // Warnings and notes go to stderr, prefixed like errors.
 void warn(const std::string &message);
 
+// How messages name an input: "standard input" for "-".
+inline std::string input_name(const std::string &path) { return path == "-" ? "standard input" : path; }
+
+// Usage error when more than one of `inputs` is "-": standard input can
+// be read only once.
+void one_standard_input(const std::vector<std::string> &inputs);
+
 // A piece of an input file fit to quote in a message: bytes that are not
 // printable ASCII shown as \xNN, cut after `limit` characters.
 std::string excerpt(const std::string &text, std::size_t limit = 60);

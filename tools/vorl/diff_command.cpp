@@ -132,8 +132,10 @@ int run_table_diff(int argc, char **argv, int first) {
         std::exit(cli::kExitOk);
     }
     cli::expect_positional(args, 2, "table diff", "A B");
+    cli::one_standard_input(args.positional);
     const st_vorl_tbl a = read_table(args.positional[0]), b = read_table(args.positional[1]);
-    std::printf("A: %s\nB: %s\n", args.positional[0].c_str(), args.positional[1].c_str());
+    std::printf("A: %s\nB: %s\n", cli::input_name(args.positional[0]).c_str(),
+                cli::input_name(args.positional[1]).c_str());
     int shown = zoom_diff(a.st_vorl, b.st_vorl);
     static const char *const kTemplates[3] = {"AF", "WT", "TW"};
     for (int t = 0; t < 3; ++t)

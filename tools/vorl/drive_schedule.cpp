@@ -3,10 +3,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <utility>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "cli.h"
 #include "pending_file.h"
@@ -67,11 +66,10 @@ std::vector<TimeRange> parse_ranges(const std::string &value, const std::string 
 }
 
 DriveSchedule DriveSchedule::from_file(const std::string &path) {
-    std::ifstream in(path);
-    if (!in) cli::input_error(path + ": cannot open drive file");
+    std::istringstream in(read_file(path, "drive file"));
     DriveSchedule s;
     s.file_given_ = true;
-    s.file_ = path;
+    s.file_ = cli::input_name(path);
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         const auto first = line.find_first_not_of(" \t\r");
@@ -79,14 +77,13 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
         std::istringstream fields(line);
         uint64_t zoom, af, wind;
         std::string extra;
-        const std::string where = path + ":" + std::to_string(number) + ": ";
+        const std::string where = s.file_ + ":" + std::to_string(number) + ": ";
         if (!parse_word(fields, zoom) || !parse_word(fields, af) || !parse_word(fields, wind) || (fields >> extra))
             cli::input_error(where + "expected three non-negative integers \"zoom af wind\", found \"" + cli::excerpt(line) + "\"");
         if (zoom > 2) cli::input_error(where + "zoom must be 0 (idle), 1 (zoom-in) or 2 (zoom-out), found " + std::to_string(zoom));
         if (wind > 1) cli::input_error(where + "wind must be 0 or 1, found " + std::to_string(wind));
         s.by_block_.push_back({static_cast<uint32_t>(zoom), static_cast<uint32_t>(af), static_cast<uint32_t>(wind)});
     }
-    if (in.bad()) cli::input_error(path + ": cannot read drive file");
     return s;
 }
 
@@ -101,9 +98,7 @@ void write_drive_file(const std::string &path, const std::vector<DriveWords> &wo
     std::string text = "# zoom af wind, one line per 256-frame block\n";
     for (const DriveWords &w : words)
         text += std::to_string(w.zoom) + " " + std::to_string(w.af) + " " + std::to_string(w.wind) + "\n";
-    PendingFile file(path);
-    file.write_all(text.data(), text.size());
-    file.commit();
+    write_output(path, text.data(), text.size());
 }
 
 void DriveSchedule::add_zoom_in(const std::string &v, const std::string &o) {

@@ -100,27 +100,30 @@ int run_table_fit(int argc, char **argv, int first) {
     cli::expect_positional(args, 1, "table fit", "CAL_AUDIO --drive FILE -o OUT_TABLE");
     for (const char *once : {"output", "base", "report"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
+    cli::one_standard_input({args.positional[0], args.value("drive"), args.value("base")});
     const std::string audio = args.positional[0], out = args.value("output"), base_path = args.value("base"),
                       report_path = args.value("report");
     const bool quiet = args.has("quiet");
     if (out.empty()) cli::usage_error("table fit: the output table is missing (-o OUT_TABLE)");
     if (!drive_given(args))
         cli::usage_error("table fit: the drive log is missing (--drive FILE, or --zoom-in/--zoom-out RANGES)");
-    for (const std::string &input : {audio, args.value("drive"), base_path})
-        if (!input.empty() && (out == input || same_file(out, input)))
-            cli::usage_error(out + ": is an input of the fit; choose another output name");
-    if (!report_path.empty() && report_path != "-" && (report_path == out || same_file(report_path, out)))
-        cli::usage_error(report_path + ": the report would overwrite the output table");
+    for (const std::string &output : {out, report_path})
+        for (const std::string &input : {audio, args.value("drive"), base_path})
+            if (writes_over(output, input))
+                cli::usage_error(output + ": is an input of the fit; choose another output name");
+    if (same_output(report_path, out))
+        cli::usage_error(report_path == "-" ? "the report and the table cannot both go to standard output"
+                                            : report_path + ": the report would overwrite the output table");
     const Replace replace = replace_policy(args);
     check_replace(out, replace);
     if (!report_path.empty() && report_path != "-") check_replace(report_path, replace);
     const DriveSchedule drive = drive_from_args(args);
     const st_vorl_tbl base = base_path.empty() ? default_table() : read_table(base_path);
     if (!base_path.empty() && tablekit::checksum(base) != base.check_sum)
-        cli::input_error(base_path + ": checksum wrong, the base table is damaged");
+        cli::input_error(cli::input_name(base_path) + ": checksum wrong, the base table is damaged");
     // What the fit keeps of the base must already be a working table.
     if (!base_path.empty()) {
-        const std::string broken = broken_rules(base_path, base);
+        const std::string broken = broken_rules(cli::input_name(base_path), base);
         if (!broken.empty()) cli::input_error(broken + "; a base table must pass it");
     }
 
@@ -142,13 +145,13 @@ int run_table_fit(int argc, char **argv, int first) {
     got = samples.size() / 2;
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
     if (drive.uses_file() && drive.file_blocks() != blocks)
-        cli::input_error(args.value("drive") + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
-                         audio + " has " + std::to_string(blocks) + " blocks of 256 frames" +
+        cli::input_error(cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
+                         in.name() + " has " + std::to_string(blocks) + " blocks of 256 frames" +
                          (resample ? " at 48000 Hz" : "") + ": the drive log does not belong to this take");
     if (!quiet && !drive.uses_file())
-        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, audio)) cli::warn(problem);
+        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name())) cli::warn(problem);
     if (!quiet && rate != kTableRate)
-        cli::warn(audio + ": sample rate " + std::to_string(rate) +
+        cli::warn(in.name() + ": sample rate " + std::to_string(rate) +
                   " Hz measured as it is (--no-resample); the table will be right for this rate only");
 
     fit::Take take;
@@ -162,21 +165,15 @@ int run_table_fit(int argc, char **argv, int first) {
     try {
         fit = fit::fit_table(take, base, options);
     } catch (const fit::FitError &e) {
-        cli::input_error(audio + ": " + e.what());
+        cli::input_error(in.name() + ": " + e.what());
     }
     write_table(out, fit.table);
 
     const std::string report = fit::format_report(fit);
-    if (report_path == "-") {
-        std::fputs(report.c_str(), stdout);
-    } else if (!report_path.empty()) {
-        PendingFile file(report_path);
-        file.write_all(report.data(), report.size());
-        file.commit();
-    }
+    if (!report_path.empty()) write_output(report_path, report.data(), report.size());
     if (!quiet) {
-        for (const std::string &w : fit.report.warnings) cli::warn(audio + ": " + w);
-        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", audio.c_str(), out.c_str(),
+        for (const std::string &w : fit.report.warnings) cli::warn(in.name() + ": " + w);
+        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name().c_str(), out.c_str(),
                      fit.report.zoom_frames[0] + fit.report.zoom_frames[1]);
         if (fit.report.compared)
             std::fprintf(stderr, "; held-out score %.1f dB (base %.1f, base learned %.1f)", fit.report.fitted_db,

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "pending_file.h"
 
 namespace vorl {
 
@@ -84,6 +85,9 @@ LearnVerdict HostSession::learned_table() {
 }
 
 void HostSession::save_table(const std::string &path) const {
+    // The library saves its table image to a named file; standard output
+    // gets the same image.
+    if (path == "-") return write_output("-", &work().tbl, sizeof work().tbl);
     if (VORLSaveTable(&res_, resolve_links(path).c_str()) != VORL_OK)  // through symbolic links, as outputs
         cli::input_error(path + ": cannot save the learned table: " + std::strerror(errno));
 }

@@ -86,6 +86,8 @@ int run_measure(int argc, char **argv, int first) {
         return cli::kExitOk;
     }
     cli::expect_positional(args, 3, "measure", "CLEAN NOISY PROCESSED (--drive FILE | ranges)");
+    cli::one_standard_input({args.positional[0], args.positional[1], args.positional[2], args.value("drive"),
+                             args.value("table")});
     if (!drive_given(args)) cli::usage_error("give the drive state: --drive FILE or --zoom-in/--zoom-out/--af RANGES");
     const DriveSchedule drive = drive_from_args(args);
     if (args.has("table") && !args.has("ceiling")) cli::usage_error("--table is read only with --ceiling");

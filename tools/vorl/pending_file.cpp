@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iostream>
 #include <vector>
 
 #include <dirent.h>
@@ -320,20 +320,52 @@ bool same_file(const std::string &a, const std::string &b) {
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
+bool writes_over(const std::string &output, const std::string &input) {
+    return output != "-" && !input.empty() && (output == input || same_file(input, output));
+}
+
+bool same_output(const std::string &a, const std::string &b) {
+    return !a.empty() && (a == b || (a != "-" && b != "-" && same_file(a, b)));
+}
+
+void write_output(const std::string &path, const void *data, std::size_t size) {
+    if (path == "-") {
+        std::fflush(stdout);  // after anything already printed there
+        if (!write_fully(STDOUT_FILENO, data, size))
+            cli::input_error(std::string("standard output: write failed: ") + std::strerror(errno));
+        return;
+    }
+    PendingFile file(path);
+    file.write_all(data, size);
+    file.commit();
+}
+
 bool file_exists(const std::string &path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0;
 }
 
-std::string read_file(const std::string &path, const std::string &what) {
+std::string read_file(const std::string &path, const std::string &what, std::size_t limit) {
     struct stat st;
-    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) cli::input_error(path + ": is a folder, not " + what);
-    std::ifstream in(path, std::ios::binary);
-    if (!in) cli::input_error(path + ": cannot open " + what + ": " + std::strerror(errno));
-    std::ostringstream buf;
-    buf << in.rdbuf();
-    if (in.bad()) cli::input_error(path + ": cannot read " + what);
-    return buf.str();
+    if (path != "-" && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        cli::input_error(path + ": is a folder, not a " + what);
+    std::ifstream file;
+    if (path != "-") {
+        file.open(path, std::ios::binary);
+        if (!file) cli::input_error(path + ": cannot open " + what + ": " + std::strerror(errno));
+    }
+    std::istream &in = path == "-" ? std::cin : file;
+    const std::string name = cli::input_name(path);
+    // Read at most one byte past the limit, so a device or a runaway pipe
+    // cannot fill memory.
+    std::string bytes;
+    char chunk[1 << 16];
+    while (bytes.size() <= limit && in.read(chunk, sizeof chunk).gcount() > 0)
+        bytes.append(chunk, static_cast<std::size_t>(in.gcount()));
+    if (in.bad()) cli::input_error(name + ": cannot read " + what);
+    if (bytes.size() > limit)
+        cli::input_error(name + ": more than " + std::to_string(limit) + " bytes, too large for a " + what);
+    return bytes;
 }
 
 }  // namespace vorl

@@ -94,13 +94,25 @@ std::string system_temp_dir();
 // as `a` stands for what standard input reads.
 bool same_file(const std::string &a, const std::string &b);
 
+// Whether writing `output` would write over `input`: the same name or the
+// same file. Standard output ("-") writes over nothing; an input "-" is
+// whatever standard input reads.
+bool writes_over(const std::string &output, const std::string &input);
+// Whether two outputs land in one place: both standard output, or one file.
+bool same_output(const std::string &a, const std::string &b);
+
+// A whole output at once: "-" to standard output, else a PendingFile
+// written and committed. Input error naming the destination on failure.
+void write_output(const std::string &path, const void *data, std::size_t size);
+
 bool file_exists(const std::string &path);
 
 // The file a path finally names, following symbolic links (the last one
 // may dangle: writing it then creates its target).
 std::string resolve_links(const std::string &path);
 
-// Whole-file read; input error naming the file on failure.
-std::string read_file(const std::string &path, const std::string &what);
+// Whole-file read, "-" reading standard input to its end; input error
+// naming the file on failure or past `limit` bytes.
+std::string read_file(const std::string &path, const std::string &what, std::size_t limit = std::size_t{1} << 30);
 
 }  // namespace vorl

@@ -216,6 +216,7 @@ Options parse(int argc, char **argv, int first) {
     for (const char *once :
          {"table", "learn", "type", "audio-codec", "audio-bitrate", "strength", "removed", "output", "drive-out"})
         if (args.all(once).size() > 1) cli::usage_error(std::string("--") + once + " given more than once");
+    cli::one_standard_input({args.positional[0], args.value("table"), args.value("drive")});
     Options o;
     o.in = args.positional[0];
     o.out = args.positional[1];
@@ -255,24 +256,26 @@ Options parse(int argc, char **argv, int first) {
 
 // Refuses any run that would write over one of its own inputs.
 void check_paths(const Options &o) {
-    if ((o.in != "-" && o.in == o.out) || same_file(o.in, o.out))
+    if (writes_over(o.out, o.in))
         cli::usage_error(o.out + ": is the input file; choose another output name (IN is never overwritten)");
-    if (!o.table.empty() && (o.out == o.table || same_file(o.out, o.table)))
+    if (writes_over(o.out, o.table))
         cli::usage_error(o.out + ": is the tuning table given with --table; choose another output name");
     if (!o.learn.empty()) {
-        if (o.learn == o.in || same_file(o.learn, o.in))
+        if (writes_over(o.learn, o.in))
             cli::usage_error(o.learn + ": --learn would overwrite the input recording");
-        if (o.learn == o.out || same_file(o.learn, o.out))
+        if (same_output(o.learn, o.out))
             cli::usage_error(o.learn + ": --learn names the same file as the output recording");
     }
-    if (!o.removed.empty())
-        for (const std::string &other : {o.in, o.out, o.table, o.learn})
-            if (!other.empty() && (o.removed == other || same_file(o.removed, other)))
-                cli::usage_error(o.removed + ": --removed names a file the run reads or writes; choose another name");
-    if (!o.drive_out.empty())
-        for (const std::string &other : {o.in, o.out, o.table, o.learn, o.removed})
-            if (!other.empty() && (o.drive_out == other || same_file(o.drive_out, other)))
-                cli::usage_error(o.drive_out + ": --drive-out names a file the run reads or writes; choose another name");
+    // The side outputs: over no input, and never where another output goes.
+    const std::string side[] = {o.removed, o.drive_out}, side_option[] = {"--removed", "--drive-out"};
+    for (int i = 0; i < 2; ++i) {
+        if (side[i].empty()) continue;
+        const bool clash = writes_over(side[i], o.in) || writes_over(side[i], o.table) ||
+                           same_output(side[i], o.out) || same_output(side[i], o.learn) ||
+                           (i == 1 && same_output(side[i], o.removed));
+        if (clash)
+            cli::usage_error(side[i] + ": " + side_option[i] + " names a file the run reads or writes; choose another name");
+    }
     check_replace(o.out, o.replace);
     if (!o.learn.empty()) check_replace(o.learn, o.replace);
     if (!o.removed.empty()) check_replace(o.removed, o.replace);

@@ -106,20 +106,20 @@ int run_table_dump(int argc, char **argv, int first) {
     const std::string path = args.positional[0];
     // The library loads its own copy of the file and prints its working
     // parameter blocks; its refusals become messages naming the file.
-    HostSession(read_table(path), path).print_table();
+    HostSession(read_table(path), cli::input_name(path)).print_table();
     return cli::kExitOk;
 }
 
 int run_table_check(int argc, char **argv, int first) {
     const cli::ParsedArgs args = table_args(argc, argv, first, "check", 1, "FILE");
-    const std::string path = args.positional[0];
+    const std::string path = args.positional[0], name = cli::input_name(path);
     const auto violations = tablekit::check_table_rules(read_table(path));
-    for (const auto &v : violations) std::printf("%s: %s: %s\n", path.c_str(), v.where.c_str(), v.problem.c_str());
+    for (const auto &v : violations) std::printf("%s: %s: %s\n", name.c_str(), v.where.c_str(), v.problem.c_str());
     if (violations.empty()) {
-        std::fprintf(stderr, "vorl: %s: table passes every rule\n", path.c_str());
+        std::fprintf(stderr, "vorl: %s: table passes every rule\n", name.c_str());
         return cli::kExitOk;
     }
-    std::fprintf(stderr, "vorl: %s: %zu rule violation%s\n", path.c_str(), violations.size(),
+    std::fprintf(stderr, "vorl: %s: %zu rule violation%s\n", name.c_str(), violations.size(),
                  violations.size() == 1 ? "" : "s");
     return cli::kExitInput;
 }
@@ -129,7 +129,7 @@ int run_table_to_json(int argc, char **argv, int first) {
     const std::string path = args.positional[0];
     const st_vorl_tbl t = read_table(path);
     if (tablekit::checksum(t) != t.check_sum)
-        cli::warn(path + ": checksum wrong; from-json will compute a fresh one");
+        cli::warn(cli::input_name(path) + ": checksum wrong; from-json will compute a fresh one");
     std::fputs(tablekit::table_to_json(t, args.has("curves")).c_str(), stdout);
     return cli::kExitOk;
 }
@@ -138,26 +138,19 @@ int run_table_from_json(int argc, char **argv, int first) {
     const cli::ParsedArgs args =
         table_args(argc, argv, first, "from-json", 2, "JSON OUT", with_overwrite_options({{"force"}}));
     const std::string src = args.positional[0], dst = args.positional[1];
-    if (src != "-" && (src == dst || same_file(src, dst)))
+    if (writes_over(dst, src))
         cli::usage_error(dst + ": is the JSON input; choose another output name");
     check_replace(dst, replace_policy(args));
-    std::string text;
-    if (src == "-") {
-        std::ostringstream buf;
-        buf << std::cin.rdbuf();
-        text = buf.str();
-    } else {
-        text = read_file(src, "JSON table");
-    }
+    const std::string text = read_file(src, "JSON table", 1 << 24);
     st_vorl_tbl t;
     try {
         t = tablekit::table_from_json(text);
     } catch (const tablekit::JsonError &e) {
-        cli::input_error((src == "-" ? std::string("standard input") : src) + ": " + cli::excerpt(e.what(), 300));
+        cli::input_error(cli::input_name(src) + ": " + cli::excerpt(e.what(), 300));
     }
     const auto violations = tablekit::check_table_rules(t);
     if (!violations.empty()) {
-        const std::string name = src == "-" ? "standard input" : src;
+        const std::string name = cli::input_name(src);
         for (const auto &v : violations) std::fprintf(stderr, "vorl: %s: %s: %s\n", name.c_str(), v.where.c_str(), v.problem.c_str());
         if (!args.has("force"))
             cli::input_error(name + ": breaks " + std::to_string(violations.size()) + " table rule" +

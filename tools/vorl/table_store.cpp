@@ -10,9 +10,10 @@
 namespace vorl {
 
 st_vorl_tbl read_table(const std::string &path) {
-    const std::string bytes = read_file(path, "tuning table");
+    const std::string bytes = read_file(path, "tuning table", 1 << 20);  // the size is checked below
+    const std::string name = cli::input_name(path);
     if (bytes.size() != VORL_TBL_SIZE)
-        cli::input_error(path + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
+        cli::input_error(name + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
                          std::to_string(VORL_TBL_SIZE));
     st_vorl_tbl t;
     std::memcpy(&t, bytes.data(), sizeof t);
@@ -20,9 +21,7 @@ st_vorl_tbl read_table(const std::string &path) {
 }
 
 void write_table(const std::string &path, const st_vorl_tbl &t) {
-    PendingFile out(path);
-    out.write_all(&t, sizeof t);
-    out.commit();
+    write_output(path, &t, sizeof t);
 }
 
 std::string broken_rules(const std::string &path, const st_vorl_tbl &t) {

@@ -11,7 +11,8 @@ namespace vorl {
 // Reads a table file; input error unless it holds exactly 4184 bytes.
 st_vorl_tbl read_table(const std::string &path);
 
-// Writes a table atomically (temporary file beside it, then rename).
+// Writes a table atomically (temporary file beside it, then rename), or
+// to standard output for "-".
 void write_table(const std::string &path, const st_vorl_tbl &t);
 
 // Empty when the table keeps every table rule; otherwise a message naming
