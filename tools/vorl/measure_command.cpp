@@ -110,6 +110,9 @@ int run_measure(int argc, char **argv, int first) {
     const auto words = [&](std::size_t b) { return drive.at(static_cast<int64_t>(b), rates[0]); };
     const DriveMeasure m = measure_drives(clean.data(), noisy.data(), processed.data(), clean.size() / 2, words);
     const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
+    if (drives.blocks > 0 && drives.noise <= 0.0)
+        cli::warn(cli::input_name(args.positional[1]) + " equals " + cli::input_name(args.positional[0]) +
+                  " during the drives: there is no drive noise to measure (is NOISY the recording before removal?)");
     const double block_s = kBlock / static_cast<double>(rates[0]);
     std::printf("during drives: %lld blocks (%.2f s)\n", static_cast<long long>(drives.blocks), drives.blocks * block_s);
     std::printf("  noise attenuation:  %6.2f dB\n", drives.attenuation_db());
