@@ -115,6 +115,7 @@ int run_table_fit(int argc, char **argv, int first) {
         cli::usage_error(report_path == "-" ? "the report and the table cannot both go to standard output"
                                             : report_path + ": the report would overwrite the output table");
     const Replace replace = replace_policy(args);
+    check_table_destination(out);
     check_replace(out, replace);
     if (!report_path.empty() && report_path != "-") check_replace(report_path, replace);
     const DriveSchedule drive = drive_from_args(args);

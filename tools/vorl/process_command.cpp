@@ -277,7 +277,10 @@ void check_paths(const Options &o) {
             cli::usage_error(side[i] + ": " + side_option[i] + " names a file the run reads or writes; choose another name");
     }
     check_replace(o.out, o.replace);
-    if (!o.learn.empty()) check_replace(o.learn, o.replace);
+    if (!o.learn.empty()) {
+        check_table_destination(o.learn);
+        check_replace(o.learn, o.replace);
+    }
     if (!o.removed.empty()) check_replace(o.removed, o.replace);
     if (!o.drive_out.empty()) check_replace(o.drive_out, o.replace);
     if (!o.type.empty() && format_for_type(o.type) == 0)

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <unistd.h>
+
 #include "cli.h"
 #include "default_table.h"
 #include "pending_file.h"
@@ -20,7 +22,13 @@ st_vorl_tbl read_table(const std::string &path) {
     return t;
 }
 
+void check_table_destination(const std::string &path) {
+    if (path == "-" && isatty(STDOUT_FILENO))
+        cli::usage_error("standard output is a terminal; redirect it or name a table file");
+}
+
 void write_table(const std::string &path, const st_vorl_tbl &t) {
+    check_table_destination(path);
     write_output(path, &t, sizeof t);
 }
 

@@ -11,8 +11,12 @@ namespace vorl {
 // Reads a table file; input error unless it holds exactly 4184 bytes.
 st_vorl_tbl read_table(const std::string &path);
 
+// Usage error for a table bound for standard output ("-") when that is a
+// terminal: a table is binary.
+void check_table_destination(const std::string &path);
+
 // Writes a table atomically (temporary file beside it, then rename), or
-// to standard output for "-".
+// to standard output for "-" (checked as above).
 void write_table(const std::string &path, const st_vorl_tbl &t);
 
 // Empty when the table keeps every table rule; otherwise a message naming
