@@ -407,19 +407,23 @@ TEST(VorlStreams, PipesInAndOutAndLengthsThatLie) {
     EXPECT_FALSE(file_exists(box.path("empty-out.wav")));
 }
 
-// "-" is standard input or output for tables and drive logs too, never a
-// file of that name; a full standard output is a failure.
-TEST(VorlStreams, TablesAndDriveLogsThroughPipes) {
+// "-" is standard input or output for tables, drive logs and the removed
+// noise too, never a file of that name; a full standard output is a failure.
+TEST(VorlStreams, TablesDriveLogsAndRemovedNoiseThroughPipes) {
     Sandbox box;
     write_audio(box.path("in.wav"), 2, 2 * 48000, 48000, kWav16, sweep);
     ASSERT_EQ(box.vorl({"table", "new", "builtin.tbl"}).exit_code, 0);
     RunResult r = box.shell("$VORL table new - | $VORL table check - && $VORL table new - | cmp - builtin.tbl");
     EXPECT_EQ(r.exit_code, 0) << r.err;
     EXPECT_TRUE(contains(r.err, "standard input: table passes every rule")) << r.err;
-    r = box.shell("$VORL process in.wav a.wav --zoom-in 0.5-1.5 --drive-out - -q | $VORL process in.wav b.wav "
-                  "--drive - -q");
+    r = box.shell("$VORL process in.wav a.wav --zoom-in 0.5-1.5 --drive-out - -q | tee a.drive | "
+                  "$VORL process in.wav b.wav --drive - -q");
     EXPECT_EQ(r.exit_code, 0) << r.err;
     EXPECT_TRUE(read_bytes(box.path("a.wav")) == read_bytes(box.path("b.wav")));
+    r = box.shell("$VORL process in.wav e.wav --drive - --removed - -t wav -q < a.drive > piped-removed.wav && "
+                  "$VORL process in.wav d.wav --drive a.drive --removed removed.wav -q");
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(read_bytes(box.path("piped-removed.wav")) == read_bytes(box.path("removed.wav")));
     r = box.shell("$VORL process in.wav c.wav --zoom-in 0.5-1.5 --learn - -q | $VORL table diff builtin.tbl -");
     EXPECT_EQ(r.exit_code, 0) << r.err;
     EXPECT_TRUE(contains(r.out, "B: standard input")) << r.out;

@@ -43,8 +43,10 @@ values scored on the others (its second half; see the report). Autofocus
 moves (if the take has some) get over-estimation 6, and wind below 140 Hz
 an allowance of 4. Every other value comes from the base table.
 
-  -o, --output OUT_TABLE  the fitted table (written atomically; checked)
-  --base TABLE            start from TABLE (default: the built-in table)
+  -o, --output OUT_TABLE  the fitted table (written atomically; checked;
+                          "-": standard output)
+  --base TABLE            start from TABLE (default: the built-in table;
+                          "-": standard input)
   --report FILE           write the fit report to FILE ("-": standard output):
                           per band frequencies, coefficients, motor, room
                           and template levels, the frames behind them, the

@@ -175,14 +175,17 @@ Processing:
                       it the tool asks on a terminal, else refuses)
   -n, --no-overwrite  never replace an existing file
   -t, --type TYPE     OUT's container (wav, flac, aiff, au, caf, w64, ...)
-                      instead of its extension; needed for OUT "-"
+                      instead of its extension; needed for OUT "-", and
+                      the container of a --removed "-"
   -q, --quiet         no summary line and no warnings (errors and a
                       premature end of the input still shown)
   -h, --help          this text
 
 A progress bar is drawn on standard error when it is a terminal; at the end
-one summary line goes to standard error. Nothing but OUT "-" is written to
-standard output.
+one summary line goes to standard error. Nothing but the outputs named "-"
+is written to standard output: OUT, or --learn, --drive-out or --removed
+(one of them). "-" as --table or --drive reads standard input (when IN is
+not "-").
 
 Exit status: 0 success, 1 usage error, 2 input, output or table error,
 3 OUT was written but the learned table was discarded (--learn).
@@ -285,7 +288,8 @@ void check_paths(const Options &o) {
     if (!o.drive_out.empty()) check_replace(o.drive_out, o.replace);
     if (!o.type.empty() && format_for_type(o.type) == 0)
         cli::usage_error("--type " + o.type + ": unknown audio type; use wav, flac, aiff, ...");
-    if (o.type.empty() && o.out == "-") cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");
+    if (o.type.empty() && (o.out == "-" || o.removed == "-"))
+        cli::usage_error("standard output needs the audio type: -t wav, -t flac, ...");
     const bool video_in = is_video_container(o.in);
     for (const std::string &out : {o.out, o.removed}) {
         const bool typed = out == o.out && !o.type.empty();
@@ -316,7 +320,8 @@ bool is_video_output(const Options &o, const std::string &path) {
 // format where the container can; 0 for a video output.
 int output_format(const Options &o, const std::string &path, const SampleReader &in) {
     if (is_video_output(o, path)) return 0;
-    const int major = o.type.empty() || path != o.out ? format_for_extension(path) : format_for_type(o.type);
+    const bool typed = !o.type.empty() && (path == o.out || path == "-");
+    const int major = typed ? format_for_type(o.type) : format_for_extension(path);
     std::vector<int> subs{SF_FORMAT_PCM_16};
     const auto *file = dynamic_cast<const AudioReader *>(&in);
     if (file != nullptr && file->is_wider_than_16bit()) subs.insert(subs.begin(), file->format() & SF_FORMAT_SUBMASK);

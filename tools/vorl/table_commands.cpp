@@ -39,6 +39,9 @@ const char kTableHelp[] = R"(usage: vorl table COMMAND ...
   vorl table diff A B             what differs between two tables, curves as
                                   values per band or group with frequencies
 
+A table name "-" reads standard input (one of A and B at most) or, for OUT
+and -o, writes standard output (not a terminal).
+
 Rules checked by "check": band nodes (zspec_comp_base_bin) strictly
 increasing and ending at bin 255; fit-point ranges start < end <= 48;
 processing range and control band not empty; division table: thresholds
