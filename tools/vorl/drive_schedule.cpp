@@ -79,7 +79,8 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
         std::string extra;
         const std::string where = s.file_ + ":" + std::to_string(number) + ": ";
         if (!parse_word(fields, zoom) || !parse_word(fields, af) || !parse_word(fields, wind) || (fields >> extra))
-            cli::input_error(where + "expected three non-negative integers \"zoom af wind\", found \"" + cli::excerpt(line) + "\"");
+            cli::input_error(where + "expected three non-negative integers \"zoom af wind\", found \"" +
+                             cli::excerpt(line) + "\"");
         if (zoom > 2) cli::input_error(where + "zoom must be 0 (idle), 1 (zoom-in) or 2 (zoom-out), found " + std::to_string(zoom));
         if (wind > 1) cli::input_error(where + "wind must be 0 or 1, found " + std::to_string(wind));
         s.by_block_.push_back({static_cast<uint32_t>(zoom), static_cast<uint32_t>(af), static_cast<uint32_t>(wind)});

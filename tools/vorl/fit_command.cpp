@@ -148,11 +148,12 @@ int run_table_fit(int argc, char **argv, int first) {
     got = samples.size() / 2;
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
     if (drive.uses_file() && drive.file_blocks() != blocks)
-        cli::input_error(cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) + " block lines, but " +
-                         in.name() + " has " + std::to_string(blocks) + " blocks of 256 frames" +
+        cli::input_error(cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) +
+                         " block lines, but " + in.name() + " has " + std::to_string(blocks) + " blocks of 256 frames" +
                          (resample ? " at 48000 Hz" : "") + ": the drive log does not belong to this take");
     if (!quiet && !drive.uses_file())
-        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name())) cli::warn(problem);
+        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name()))
+            cli::warn(problem);
     if (!quiet && rate != kTableRate)
         cli::warn(in.name() + ": sample rate " + std::to_string(rate) +
                   " Hz measured as it is (--no-resample); the table will be right for this rate only");
@@ -176,7 +177,8 @@ int run_table_fit(int argc, char **argv, int first) {
     if (!report_path.empty()) write_output(report_path, report.data(), report.size());
     if (!quiet) {
         for (const std::string &w : fit.report.warnings) cli::warn(in.name() + ": " + w);
-        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name().c_str(), out.c_str(),
+        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name().c_str(),
+                     out == "-" ? "standard output" : out.c_str(),
                      fit.report.zoom_frames[0] + fit.report.zoom_frames[1]);
         if (fit.report.compared)
             std::fprintf(stderr, "; held-out score %.1f dB (base %.1f, base learned %.1f)", fit.report.fitted_db,

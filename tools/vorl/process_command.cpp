@@ -277,7 +277,8 @@ void check_paths(const Options &o) {
                            same_output(side[i], o.out) || same_output(side[i], o.learn) ||
                            (i == 1 && same_output(side[i], o.removed));
         if (clash)
-            cli::usage_error(side[i] + ": " + side_option[i] + " names a file the run reads or writes; choose another name");
+            cli::usage_error(side[i] + ": " + side_option[i] +
+                             " names a file the run reads or writes; choose another name");
     }
     check_replace(o.out, o.replace);
     if (!o.learn.empty()) {
