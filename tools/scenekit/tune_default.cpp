@@ -226,14 +226,16 @@ public:
         for (int dir = 1; dir <= 2; ++dir)
             for (int ch = 0; ch < 2; ++ch) {
                 float level[kGroups];
-                for (std::size_t g = 0; g < kGroups; ++g) level[g] = static_cast<float>(k[kTemplate] * typical.tmpl[ch][g]);
+                for (std::size_t g = 0; g < kGroups; ++g)
+                    level[g] = static_cast<float>(k[kTemplate] * typical.tmpl[ch][g]);
                 vorl::tablekit::set_group_nodes(p.back_ground_noise[dir][ch], level);
             }
         // Template 0 is used only where the host switches it on for
         // autofocus blocks (bn_proc_flag keeps bit 0 clear).
         for (int ch = 0; ch < 2; ++ch) {
             float level[kGroups];
-            for (std::size_t g = 0; g < kGroups; ++g) level[g] = static_cast<float>(k[kAfTemplate] * typical.af_tmpl[ch][g]);
+            for (std::size_t g = 0; g < kGroups; ++g)
+                level[g] = static_cast<float>(k[kAfTemplate] * typical.af_tmpl[ch][g]);
             vorl::tablekit::set_group_nodes(p.back_ground_noise[0][ch], level);
         }
         vorl::tablekit::seal(t);

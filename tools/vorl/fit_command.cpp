@@ -119,14 +119,14 @@ int run_table_fit(int argc, char **argv, int first) {
     const Replace replace = replace_policy(args);
     check_table_destination(out);
     check_replace(out, replace);
-    if (!report_path.empty() && report_path != "-") check_replace(report_path, replace);
+    if (!report_path.empty()) check_replace(report_path, replace);
     const DriveSchedule drive = drive_from_args(args);
     const st_vorl_tbl base = base_path.empty() ? default_table() : read_table(base_path);
     if (!base_path.empty() && tablekit::checksum(base) != base.check_sum)
         cli::input_error(cli::input_name(base_path) + ": checksum wrong, the base table is damaged");
     // What the fit keeps of the base must already be a working table.
     if (!base_path.empty()) {
-        const std::string broken = broken_rules(cli::input_name(base_path), base);
+        const std::string broken = broken_rules(base_path, base);
         if (!broken.empty()) cli::input_error(broken + "; a base table must pass it");
     }
 

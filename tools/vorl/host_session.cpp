@@ -7,6 +7,7 @@
 
 #include "cli.h"
 #include "pending_file.h"
+#include "table_store.h"
 
 namespace vorl {
 
@@ -87,7 +88,7 @@ LearnVerdict HostSession::learned_table() {
 void HostSession::save_table(const std::string &path) const {
     // The library saves its table image to a named file; standard output
     // gets the same image.
-    if (path == "-") return write_output("-", &work().tbl, sizeof work().tbl);
+    if (path == "-") return write_table(path, work().tbl);
     if (VORLSaveTable(&res_, resolve_links(path).c_str()) != VORL_OK)  // through symbolic links, as outputs
         cli::input_error(path + ": cannot save the learned table: " + std::strerror(errno));
 }

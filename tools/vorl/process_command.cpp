@@ -269,17 +269,15 @@ void check_paths(const Options &o) {
         if (same_output(o.learn, o.out))
             cli::usage_error(o.learn + ": --learn names the same file as the output recording");
     }
-    // The side outputs: over no input, and never where another output goes.
-    const std::string side[] = {o.removed, o.drive_out}, side_option[] = {"--removed", "--drive-out"};
-    for (int i = 0; i < 2; ++i) {
-        if (side[i].empty()) continue;
-        const bool clash = writes_over(side[i], o.in) || writes_over(side[i], o.table) ||
-                           same_output(side[i], o.out) || same_output(side[i], o.learn) ||
-                           (i == 1 && same_output(side[i], o.removed));
-        if (clash)
-            cli::usage_error(side[i] + ": " + side_option[i] +
-                             " names a file the run reads or writes; choose another name");
-    }
+    // A side output writes over no input and goes nowhere another output goes.
+    const auto check_side = [&](const std::string &side, const char *option,
+                                std::initializer_list<std::string> other_outputs) {
+        bool clash = writes_over(side, o.in) || writes_over(side, o.table);
+        for (const std::string &other : other_outputs) clash = clash || same_output(side, other);
+        if (clash) cli::usage_error(side + ": " + option + " names a file the run reads or writes; choose another name");
+    };
+    if (!o.removed.empty()) check_side(o.removed, "--removed", {o.out, o.learn});
+    if (!o.drive_out.empty()) check_side(o.drive_out, "--drive-out", {o.out, o.learn, o.removed});
     check_replace(o.out, o.replace);
     if (!o.learn.empty()) {
         check_table_destination(o.learn);

@@ -20,7 +20,7 @@ void check_table_destination(const std::string &path);
 void write_table(const std::string &path, const st_vorl_tbl &t);
 
 // Empty when the table keeps every table rule; otherwise a message naming
-// the file, the number of broken rules and the first of them.
+// the file (or standard input), the number of broken rules and the first.
 std::string broken_rules(const std::string &path, const st_vorl_tbl &t);
 
 // The default table built from data/default_table.json.
