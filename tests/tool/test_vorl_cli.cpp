@@ -440,6 +440,7 @@ TEST(VorlStreams, TablesDriveLogsAndRemovedNoiseThroughPipes) {
         r = box.shell(line);
         EXPECT_EQ(r.exit_code, 1) << line << r.err;
     }
+    EXPECT_TRUE(contains(r.err, "standard output: --learn")) << r.err;
 }
 
 TEST(VorlProcess, AFailedRunLeavesNoPartialOutputAndKeepsTheOldFile) {

@@ -203,7 +203,7 @@ int format_for_type(const std::string &type_name) {
 int format_for_extension(const std::string &path) { return format_for_type(lower_extension(path)); }
 
 AudioWriter::AudioWriter(const std::string &destination, int sample_rate, int format)
-    : name_(destination == "-" ? "standard output" : destination) {
+    : name_(cli::output_name(destination)) {
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
     info.samplerate = sample_rate;

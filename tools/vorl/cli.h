@@ -55,6 +55,8 @@ void warn(const std::string &message);
 
 // How messages name an input: "standard input" for "-".
 inline std::string input_name(const std::string &path) { return path == "-" ? "standard input" : path; }
+// ... and an output: "standard output" for "-".
+inline std::string output_name(const std::string &path) { return path == "-" ? "standard output" : path; }
 
 // Usage error when more than one of `inputs` is "-": standard input can
 // be read only once.

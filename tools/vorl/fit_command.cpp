@@ -178,7 +178,7 @@ int run_table_fit(int argc, char **argv, int first) {
     if (!quiet) {
         for (const std::string &w : fit.report.warnings) cli::warn(in.name() + ": " + w);
         std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name().c_str(),
-                     out == "-" ? "standard output" : out.c_str(),
+                     cli::output_name(out).c_str(),
                      fit.report.zoom_frames[0] + fit.report.zoom_frames[1]);
         if (fit.report.compared)
             std::fprintf(stderr, "; held-out score %.1f dB (base %.1f, base learned %.1f)", fit.report.fitted_db,

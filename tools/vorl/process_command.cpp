@@ -267,14 +267,16 @@ void check_paths(const Options &o) {
         if (writes_over(o.learn, o.in))
             cli::usage_error(o.learn + ": --learn would overwrite the input recording");
         if (same_output(o.learn, o.out))
-            cli::usage_error(o.learn + ": --learn names the same file as the output recording");
+            cli::usage_error(cli::output_name(o.learn) + ": --learn names the same place as the output recording");
     }
     // A side output writes over no input and goes nowhere another output goes.
     const auto check_side = [&](const std::string &side, const char *option,
                                 std::initializer_list<std::string> other_outputs) {
         bool clash = writes_over(side, o.in) || writes_over(side, o.table);
         for (const std::string &other : other_outputs) clash = clash || same_output(side, other);
-        if (clash) cli::usage_error(side + ": " + option + " names a file the run reads or writes; choose another name");
+        if (clash)
+            cli::usage_error(cli::output_name(side) + ": " + option +
+                             " names a place the run reads or writes; choose another");
     };
     if (!o.removed.empty()) check_side(o.removed, "--removed", {o.out, o.learn});
     if (!o.drive_out.empty()) check_side(o.drive_out, "--drive-out", {o.out, o.learn, o.removed});
@@ -331,7 +333,7 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
         info.format = major | sub;
         if (sf_format_check(&info)) return info.format;
     }
-    cli::usage_error((path == "-" ? std::string("standard output") : path) +
+    cli::usage_error(cli::output_name(path) +
                      ": this container cannot hold PCM audio; use .wav, .flac, .aiff, ...");
 }
 
@@ -512,7 +514,7 @@ int run_process(int argc, char **argv, int first) {
         if (frames != in.frames())  // the length became known, or proved shorter, only now
             for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
-        const std::string out_name = o.out == "-" ? "standard output" : o.out;
+        const std::string out_name = cli::output_name(o.out);
         std::string notes;
         if (detecting) {
             char found[64];
