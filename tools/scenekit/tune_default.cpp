@@ -115,10 +115,10 @@ const char *const kCurveRuleNames[] = {"median", "pooled", "flat"};
 // Per group, the median over cameras of the mean power per bin and frame
 // of `power(camera, bin)`.
 template <typename Power>
-void median_groups(std::size_t cameras, const std::vector<NoisePowers> &cams, Power power, double out[kGroups]) {
+void median_groups(const std::vector<NoisePowers> &cams, Power power, double out[kGroups]) {
     for (std::size_t g = 0; g < kGroups; ++g) {
         std::vector<double> per_camera;
-        for (std::size_t c = 0; c < cameras; ++c) {
+        for (std::size_t c = 0; c < cams.size(); ++c) {
             double sum = 0.0, bins = 0.0;
             for (std::size_t k = g == 0 ? 0 : 4 * g - 3; k <= std::min<std::size_t>(4 * g, kBins - 1); ++k) {
                 sum += power(c, k);
@@ -159,12 +159,11 @@ Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, c
             per_bin[ch][k] = lo + (t.curve[ch][b] - lo) * static_cast<double>(k - first + 1) / span;
             if (k > p.zspec_comp_max_freq) per_bin[ch][k] = p.zspec_comp_replace_value;
         }
-        median_groups(cams.size(), cams, [&](std::size_t c, std::size_t k) {
+        median_groups(cams, [&](std::size_t c, std::size_t k) {
             const NoisePowers &n = cams[c];
             return (ch ? n.right[k] : n.left[k]) - per_bin[ch][k] * n.diff[k];
         }, t.tmpl[ch]);
-        median_groups(af.size(), af, [&](std::size_t c, std::size_t k) { return ch ? af[c].right[k] : af[c].left[k]; },
-                      t.af_tmpl[ch]);
+        median_groups(af, [&](std::size_t c, std::size_t k) { return ch ? af[c].right[k] : af[c].left[k]; }, t.af_tmpl[ch]);
     }
     return t;
 }
