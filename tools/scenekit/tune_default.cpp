@@ -163,13 +163,16 @@ Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, c
             const NoisePowers &n = cams[c];
             return (ch ? n.right[k] : n.left[k]) - per_bin[ch][k] * n.diff[k];
         }, t.tmpl[ch]);
-        median_groups(af, [&](std::size_t c, std::size_t k) { return ch ? af[c].right[k] : af[c].left[k]; }, t.af_tmpl[ch]);
+        median_groups(af, [&](std::size_t c, std::size_t k) { return ch ? af[c].right[k] : af[c].left[k]; },
+                      t.af_tmpl[ch]);
     }
     return t;
 }
 
 // The searched settings, by name; each has its candidate values.
-enum Knob { kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kWindBias, kWindBins, kRegion0, kKnobs = kRegion0 + 5 };
+enum Knob {
+    kCurve, kOverEst, kFloor, kGainSm, kTemplate, kAfTemplate, kWindBias, kWindBins, kRegion0, kKnobs = kRegion0 + 5
+};
 using Knobs = std::vector<double>;
 // Frequency regions of the curve multipliers, upper bins (of 256): rumble,
 // whine fundamentals, whine harmonics and clicks, hiss, the top.
