@@ -48,7 +48,11 @@ void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &rec
         res_.p_in_ch0[i] = in[2 * i];
         res_.p_in_ch1[i] = in[2 * i + 1];
     }
+    const st_vorl_hdr &words = work().hdr;
+    const LearningTally::Test test = LearningTally::upcoming(work().ws, words.zoom_state);
+    const uint32_t updates = learn_count();
     VORLEnterLibrary(&res_);
+    tally_.count(test, work().ws, learn_count() != updates, words.wind_state != 0);
     std::memcpy(out, res_.p_out, VORL_BLOCK_FRAMES * 2 * sizeof(int16_t));
 }
 
@@ -65,6 +69,7 @@ void HostSession::prime(const int16_t *in, std::size_t frames, const DriveWords 
     VORLInitialize(&res_);  // rings and output area only; the engine's state stays
     work().pulse_proc_flag = pulse;
     onset_.reset();
+    tally_ = LearningTally{};
 }
 
 uint32_t HostSession::learn_count() const { return sound_vorl_info_get(&work().inst); }

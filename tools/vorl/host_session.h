@@ -10,6 +10,7 @@
 
 #include "drive_onset.h"
 #include "drive_schedule.h"
+#include "learning_tally.h"
 #include "pending_file.h"
 #include "table_rules.h"
 #include "vorl.h"
@@ -54,6 +55,9 @@ public:
     // Learning updates applied since the table was loaded.
     uint32_t learn_count() const;
 
+    // What the learning tests made of the blocks processed (after priming).
+    const LearningTally &learning_tally() const { return tally_; }
+
     // Ends the run: checks the learned curve the way the library's save
     // does and, only when it passes, has the library write the learned
     // table back into its image (with this run's count and a fresh
@@ -84,6 +88,7 @@ private:
     VORLResource res_{};
     bool follow_af_ = false;
     DriveOnsetDelay onset_;
+    LearningTally tally_;
 };
 
 }  // namespace vorl

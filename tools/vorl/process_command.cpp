@@ -354,6 +354,8 @@ int report_learning(const Options &o, HostSession &session) {
         if (!o.quiet)
             std::fprintf(stderr, "vorl: learned table saved to %s (%u update%s)\n", o.learn.c_str(), v.updates,
                          v.updates == 1 ? "" : "s");
+        if (v.updates == 0 && !o.quiet)
+            cli::warn("nothing was learned: " + session.learning_tally().why_nothing(session.working_parameters()));
         return cli::kExitOk;
     }
     // Reported even with -q: the user asked for the table.
