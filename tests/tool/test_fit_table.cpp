@@ -177,8 +177,10 @@ TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {
     // table, stays inside the limits the fit set.
     const auto run = vorl::fit::run_engine(fit.table, g.take.samples, g.take.frames, g.take.words);
     EXPECT_GT(run.updates, 0u);
+    EXPECT_GE(run.tally.drive_passed, run.updates);
     EXPECT_TRUE(vorl::tablekit::learned_curve_faults(run.learned).empty());
     EXPECT_NE(vorl::fit::format_report(fit).find("Held-out comparison"), std::string::npos);
+    EXPECT_EQ(fit.report.learned_updates == 0, !fit.report.learned_nothing_because.empty());
 }
 
 TEST(FitTable, ScoresALoneDriveOnItsSecondHalf) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "learning_tally.h"
 #include "take_analysis.h"
 #include "vorl.h"
 
@@ -15,6 +16,7 @@ struct EngineRun {
     std::vector<int16_t> out;  // interleaved, time-aligned with the input
     st_vorl learned{};         // the working parameters at the end
     uint32_t updates = 0;      // learning updates applied
+    LearningTally tally;       // what the learning tests made of the take
 };
 
 // Throws FitError when the library refuses the table.

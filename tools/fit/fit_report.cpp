@@ -101,6 +101,8 @@ std::string format_report(const FitResult &fit) {
             "Held-out comparison: base table %.2f dB, base table after the library's learning on the same drives "
             "%.2f dB (%u updates), fitted table %.2f dB\n",
             r.base_db, r.learned_db, r.learned_updates, r.fitted_db);
+    if (r.compared && !r.learned_nothing_because.empty())
+        add(out, "  (the library learned nothing: %s)\n", r.learned_nothing_because.c_str());
     if (!r.warnings.empty()) {
         out += "\nWarnings:\n";
         for (const std::string &w : r.warnings) out += "  " + w + "\n";

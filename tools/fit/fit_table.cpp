@@ -495,6 +495,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
             const EngineRun learning = run_engine(base, take.samples, take.frames, fit_words);
             st_vorl_tbl learned = base;
             r.learned_updates = learning.updates;
+            if (learning.updates == 0) r.learned_nothing_because = learning.tally.why_nothing(learning.learned);
             if (tablekit::learned_curve_faults(learning.learned).empty()) learned.st_vorl = learning.learned;
             tablekit::seal(learned);
             r.learned_db = score(learned, take.words);

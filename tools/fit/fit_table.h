@@ -85,6 +85,7 @@ struct FitReport {
     bool compared = false;
     double base_db = 0, learned_db = 0, fitted_db = 0;  // held-out scores
     uint32_t learned_updates = 0;
+    std::string learned_nothing_because;  // with no update: why the library learned nothing
     std::vector<std::string> warnings;
 };
 

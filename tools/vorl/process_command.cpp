@@ -354,8 +354,12 @@ int report_learning(const Options &o, HostSession &session) {
         if (!o.quiet)
             std::fprintf(stderr, "vorl: learned table saved to %s (%u update%s)\n", o.learn.c_str(), v.updates,
                          v.updates == 1 ? "" : "s");
-        if (v.updates == 0 && !o.quiet)
-            cli::warn("nothing was learned: " + session.learning_tally().why_nothing(session.working_parameters()));
+        const LearningTally &tally = session.learning_tally();
+        if (v.updates == 0 && !o.quiet) {
+            cli::warn("nothing was learned: " + tally.why_nothing(session.working_parameters()));
+            if (tally.drive_periods > tally.drive_in_wind && tally.drive_passed == 0)
+                cli::warn("\"vorl table fit\" makes a table for a camera from a calibration take");
+        }
         return cli::kExitOk;
     }
     // Reported even with -q: the user asked for the table.

@@ -76,9 +76,8 @@ std::string LearningTally::why_nothing(const st_vorl &p) const {
         return format("none of the %.0f zoom-drive periods passed the motor-noise test: their error ratios "
                       "%.4g-%.4g",
                       drive_periods - drive_in_wind, failed_low, failed_high) +
-               format(" lie above the table's limit %g (zspec_comp_case1_th), so the drive noise does not fit "
-                      "the table's model, or a scene sounded over the drives (\"vorl table fit\" makes a "
-                      "table for a camera from a calibration take)",
+               format(" lie above the table's limit %g (zspec_comp_case1_th): the drive noise does not fit "
+                      "the table's model, or a scene sounded over the drives",
                       p.zspec_comp_case1_th);
     if (zero_rate > 0)
         return format("%.0f zoom-drive periods passed after a passing reference, but the table's learning rate "
