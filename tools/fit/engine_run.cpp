@@ -71,11 +71,7 @@ EngineRun run_engine(const st_vorl_tbl &table, const int16_t *in, std::size_t fr
             res.p_in_ch0[i] = n < frames ? in[2 * n] : 0;
             res.p_in_ch1[i] = n < frames ? in[2 * n + 1] : 0;
         }
-        const VORLWorkArea &area = *static_cast<const VORLWorkArea *>(res.p_work);
-        const LearningTally::Test test = LearningTally::upcoming(area.ws, area.hdr.zoom_state);
-        const uint32_t updates = sound_vorl_info_get(&area.inst);
-        VORLEnterLibrary(&res);
-        run.tally.count(test, area.ws, sound_vorl_info_get(&area.inst) != updates, area.hdr.wind_state != 0);
+        run.tally.enter(&res);
         for (std::size_t i = 0; i < kBlock; ++i) {  // output frame n is input frame n - 768
             const std::size_t n = b * kBlock + i;
             if (n >= delay && n - delay < frames) std::memcpy(&run.out[2 * (n - delay)], &res.p_out[2 * i], 4);

@@ -1,9 +1,9 @@
 // The fit report in text.
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <string>
 
+#include "appendf.h"
 #include "fit_table.h"
 
 namespace vorl::fit {
@@ -16,16 +16,6 @@ std::string level(double power) {
     char s[16];
     std::snprintf(s, sizeof s, "%7.1f", 10.0 * std::log10(power / 256.0));
     return s;
-}
-
-void add(std::string &out, const char *format, ...) __attribute__((format(printf, 2, 3)));
-void add(std::string &out, const char *format, ...) {
-    char line[512];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    out += line;
 }
 
 const char *kind_name(FrameKind k) {
@@ -45,22 +35,22 @@ std::string format_report(const FitResult &fit) {
     const double hz = r.rate / 512.0;
     const double block_s = 256.0 / r.rate;
     std::string out;
-    add(out, "Calibration take: %d zoom-in and %d zoom-out frames used (%.2f s and %.2f s), %d autofocus, %d quiet\n",
+    appendf(out, "Calibration take: %d zoom-in and %d zoom-out frames used (%.2f s and %.2f s), %d autofocus, %d quiet\n",
         r.zoom_frames[0], r.zoom_frames[1], r.zoom_frames[0] * block_s, r.zoom_frames[1] * block_s, r.af_frames,
         r.quiet_frames);
-    add(out, "Drives:\n");
+    appendf(out, "Drives:\n");
     for (const DriveRun &run : r.runs)
-        add(out, "  %-9s %7.2f - %7.2f s  %4d frames used\n", kind_name(run.kind), run.first_block * block_s,
+        appendf(out, "  %-9s %7.2f - %7.2f s  %4d frames used\n", kind_name(run.kind), run.first_block * block_s,
             run.end_block * block_s, run.frames_used);
-    if (r.af_frames == 0) add(out, "  (no autofocus moves: template 0 kept from the base table)\n");
+    if (r.af_frames == 0) appendf(out, "  (no autofocus moves: template 0 kept from the base table)\n");
 
-    add(out, "\nPer band (levels in dBFS as white noise of that mean bin power; templates at the band's end bin):\n");
-    add(out, "band  bins     Hz             coef L  coef R  motor L motor R   diff   room L  room R   WT L    WT R    TW L    TW R    AF L    AF R\n");
+    appendf(out, "\nPer band (levels in dBFS as white noise of that mean bin power; templates at the band's end bin):\n");
+    appendf(out, "band  bins     Hz             coef L  coef R  motor L motor R   diff   room L  room R   WT L    WT R    TW L    TW R    AF L    AF R\n");
     int first = 0;
     for (const NodeFit &n : r.nodes) {
         const int last = p.zspec_comp_base_bin[n.band];
         const int g = (last + 3) / 4;
-        add(out, "%4d  %3d-%3d  %5.0f-%5.0f  %7.3f %7.3f %s %s %s %s %s %s %s %s %s %s %s%s\n", n.band, first, last,
+        appendf(out, "%4d  %3d-%3d  %5.0f-%5.0f  %7.3f %7.3f %s %s %s %s %s %s %s %s %s %s %s%s\n", n.band, first, last,
             first * hz, last * hz, n.value[0], n.value[1], level(n.motor[0]).c_str(), level(n.motor[1]).c_str(),
             level(n.diff).c_str(), level(n.room[0]).c_str(), level(n.room[1]).c_str(),
             level(r.templates[1][0][g]).c_str(), level(r.templates[1][1][g]).c_str(),
@@ -69,40 +59,40 @@ std::string format_report(const FitResult &fit) {
             n.measured ? "" : "  (not measured: base value)");
         first = last + 1;
     }
-    add(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
+    appendf(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
              "tolerances %.2f / %.2f\n",
         p.zspec_comp_min_floor_value, p.tolerance_range_zspec_max, p.tolerance_range_zspec_min);
-    add(out, "Division table: bin powers %.3g (20 dB under the 2nd percentile of the drive frames) to 131072 (full "
+    appendf(out, "Division table: bin powers %.3g (20 dB under the 2nd percentile of the drive frames) to 131072 (full "
              "scale) in steps of "
              "%.2f\n",
         r.division_low, r.division_ratio);
 
-    add(out, "\nSuppression values by the held-out score (the noise attenuation of \"vorl measure\" on a speech-like\n"
+    appendf(out, "\nSuppression values by the held-out score (the noise attenuation of \"vorl measure\" on a speech-like\n"
              "probe scene added 10 dB under, at and 10 dB over the motor's level, the mix at the take's recording\n"
              "level and 20 dB under it, mean of the six; curves fitted %s):\n",
         r.split_drive() ? "on the first half of the drive, scored on the second" : "on every other drive, scored on the others");
-    add(out, "  base:   over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f\n", r.base.over_est, r.base.floor,
+    appendf(out, "  base:   over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f\n", r.base.over_est, r.base.floor,
         r.base.smoothing);
-    add(out, "  chosen: over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f, coefficient cap ", r.chosen.over_est,
+    appendf(out, "  chosen: over_est %.2f, nr_floor_coef %.2f, nr_gain_sm_coef %.2f, coefficient cap ", r.chosen.over_est,
         r.chosen.floor, r.chosen.smoothing);
     out += r.chosen.ratio_cap >= kNoCap ? std::string("none") : std::to_string(r.chosen.ratio_cap).substr(0, 4);
     if (std::isnan(r.chosen.score_db))
         out += " (not scored)\n";
     else
-        add(out, " (%.2f dB)\n", r.chosen.score_db);
+        appendf(out, " (%.2f dB)\n", r.chosen.score_db);
     for (const std::string &s : r.search) out += "    " + s + "\n";
-    add(out, "Wind: over-estimation times %.1f below %.0f Hz while the wind word is set\n", p.wind_nr_proc_bias,
+    appendf(out, "Wind: over-estimation times %.1f below %.0f Hz while the wind word is set\n", p.wind_nr_proc_bias,
         p.wind_nr_proc_freq * hz);
     if (r.af_over_est > 0)
-        add(out, "Autofocus moves: the \"AF\" template with over_est_af %.2f (nr_floor_coef and smoothing as chosen)\n",
+        appendf(out, "Autofocus moves: the \"AF\" template with over_est_af %.2f (nr_floor_coef and smoothing as chosen)\n",
             r.af_over_est);
     if (r.compared)
-        add(out,
+        appendf(out,
             "Held-out comparison: base table %.2f dB, base table after the library's learning on the same drives "
             "%.2f dB (%u updates), fitted table %.2f dB\n",
             r.base_db, r.learned_db, r.learned_updates, r.fitted_db);
-    if (r.compared && !r.learned_nothing_because.empty())
-        add(out, "  (the library learned nothing: %s)\n", r.learned_nothing_because.c_str());
+    if (!r.learned_nothing_because.empty())
+        appendf(out, "  (the library learned nothing: %s)\n", r.learned_nothing_because.c_str());
     if (!r.warnings.empty()) {
         out += "\nWarnings:\n";
         for (const std::string &w : r.warnings) out += "  " + w + "\n";

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "vorl.h"
@@ -16,20 +17,19 @@ struct LearningTally {
     uint32_t drive_periods = 0, drive_passed = 0;  // zoom-drive periods; those passing the motor-noise test
     uint32_t drive_in_wind = 0;                    // drive periods with the wind word set
     uint32_t quiet_periods = 0, quiet_passed = 0;  // reference periods outside drives; those passing
-    uint32_t zero_rate = 0;      // passing drive periods after a passing reference that learned at rate 0
-    float failed_low = 0.0f, failed_high = 0.0f;  // error ratios of the failing drive periods without wind
+    uint32_t zero_rate = 0;  // passing drive periods after a passing reference that learned at rate 0
+    // Error ratios of the failing drive periods without wind (low > high: none).
+    float failed_low = std::numeric_limits<float>::infinity(), failed_high = -failed_low;
 
-    // Before a block: which test (if any) the block's post stage will run,
-    // with `zoom` the drive word handed in with it.
-    enum class Test { none, drive, quiet };
-    static Test upcoming(const st_vorl_ws &ws, uint32_t zoom);
+    // One block through VORLEnterLibrary (drive words and input already
+    // handed over), counting the learning test it ends, if any.
+    void enter(VORLResource *res);
 
-    // After that block: counts its test's verdict. `learned` says whether
-    // the block applied a learning update; `wind` whether its wind word was set.
-    void count(Test test, const st_vorl_ws &ws, bool learned, bool wind);
+    // Every drive period outside wind failed the motor-noise test.
+    bool motor_test_failed() const { return drive_passed == 0 && drive_in_wind < drive_periods; }
 
     // Why nothing was learned, in words naming the table's fields (after a
-    // run with no update); empty when the tally has no reason to give.
+    // run with no update).
     std::string why_nothing(const st_vorl &p) const;
 };
 

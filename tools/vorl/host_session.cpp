@@ -48,11 +48,7 @@ void HostSession::process(const int16_t *in, int16_t *out, const DriveWords &rec
         res_.p_in_ch0[i] = in[2 * i];
         res_.p_in_ch1[i] = in[2 * i + 1];
     }
-    const st_vorl_hdr &words = work().hdr;
-    const LearningTally::Test test = LearningTally::upcoming(work().ws, words.zoom_state);
-    const uint32_t updates = learn_count();
-    VORLEnterLibrary(&res_);
-    tally_.count(test, work().ws, learn_count() != updates, words.wind_state != 0);
+    tally_.enter(&res_);
     std::memcpy(out, res_.p_out, VORL_BLOCK_FRAMES * 2 * sizeof(int16_t));
 }
 

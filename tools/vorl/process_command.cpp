@@ -357,7 +357,7 @@ int report_learning(const Options &o, HostSession &session) {
         const LearningTally &tally = session.learning_tally();
         if (v.updates == 0 && !o.quiet) {
             cli::warn("nothing was learned: " + tally.why_nothing(session.working_parameters()));
-            if (tally.drive_periods > tally.drive_in_wind && tally.drive_passed == 0)
+            if (tally.motor_test_failed())
                 cli::warn("\"vorl table fit\" makes a table for a camera from a calibration take");
         }
         return cli::kExitOk;
