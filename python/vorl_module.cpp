@@ -8,7 +8,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include "audio_io.h"
+#include "recordings.h"
 #include "cli.h"
 #include "fit_table.h"
 #include "drive_detector.h"
@@ -126,18 +126,12 @@ std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &ta
     return found;
 }
 
-// A whole recording as 16-bit stereo (any format libsndfile reads).
+// A whole recording as 16-bit stereo: an audio file or a video's sound.
 py::tuple read_audio(const std::string &path) {
-    vorl::AudioReader in(path);
-    in.require_stereo();
-    std::vector<int16_t> samples;
-    int16_t chunk[2 * 4096];
-    for (std::size_t got; (got = in.read(chunk, 4096)) > 0;) samples.insert(samples.end(), chunk, chunk + 2 * got);
-    const std::string problem = in.premature_end();
-    if (!problem.empty()) throw vorl::cli::Failure(vorl::cli::kExitInput, path + ": " + problem);
-    Pcm a({static_cast<py::ssize_t>(samples.size() / 2), py::ssize_t{2}});
-    std::memcpy(a.mutable_data(), samples.data(), samples.size() * sizeof(int16_t));
-    return py::make_tuple(a, in.sample_rate());
+    const vorl::WholeRecording in = vorl::read_whole_recording(path);
+    Pcm a({static_cast<py::ssize_t>(in.frames()), py::ssize_t{2}});
+    std::memcpy(a.mutable_data(), in.samples.data(), in.samples.size() * sizeof(int16_t));
+    return py::make_tuple(a, in.rate);
 }
 
 // A table fitted to a calibration take, as `vorl table fit` makes it:

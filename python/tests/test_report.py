@@ -1,3 +1,4 @@
+import shutil
 import subprocess
 import wave
 
@@ -51,3 +52,23 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     with pytest.raises(subprocess.CalledProcessError) as failed:
         run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
     assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr
+
+
+def test_report_reads_a_cameras_video_and_says_when_the_drive_file_is_short(demo, tmp_path):
+    ffmpeg = shutil.which("ffmpeg")
+    if ffmpeg is None:
+        pytest.skip("needs the ffmpeg program")
+    video = tmp_path / "take.mp4"
+    subprocess.run([ffmpeg, "-v", "error", "-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-i",
+                    str(demo / "noisy.wav"), "-shortest", "-c:v", "libx264", "-pix_fmt", "yuv420p", "-c:a", "aac",
+                    str(video)], check=True)
+    sound, rate = vorl.read_audio(video)
+    wav, _ = vorl.read_audio(demo / "noisy.wav")
+    assert rate == 48000 and abs(len(sound) - len(wav)) <= 2048
+    n = min(len(sound), len(wav))
+    assert np.corrcoef(sound[:n, 0], wav[:n, 0])[0, 1] > 0.99  # in time, not shifted by the codec's delay
+    lines = (demo / "drive.txt").read_text().splitlines(keepends=True)
+    (tmp_path / "short.txt").write_text("".join(lines[:-10]))
+    done = run_tool("report", video, "--drive", tmp_path / "short.txt", tmp_path / "report")
+    assert "the blocks past the file's end are idle" in done.stderr
+    assert png_size(tmp_path / "report" / "gain.png")[0] >= 1000

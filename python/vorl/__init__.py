@@ -47,8 +47,9 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
 
 
 def read_audio(path):
-    """A stereo recording in any format libsndfile reads, as (int16 array of
-    shape (frames, 2), sample rate); wider formats are rounded to 16 bits."""
+    """A stereo recording in any format libsndfile reads, or the sound of a
+    camera video (MP4/MOV, Matroska), as (int16 array of shape (frames, 2),
+    sample rate); wider formats are rounded to 16 bits."""
     return _vorl.read_audio(os.fspath(path))
 
 

@@ -263,6 +263,11 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     # Without a drive file the drives are detected, as vorl process does.
     drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
+    if drive_path and len(drive) != blocks:
+        print(f"vorl: warning: {drive_path}: {len(drive)} block lines, but {noisy_path} has {blocks} blocks "
+              f"({len(noisy) / rate:.2f} s); "
+              + ("the blocks past the file's end are idle" if len(drive) < blocks
+                 else "the lines past the recording's end are unused"), file=sys.stderr)
     own, gains = vorl.process(noisy, drive, table, gains=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)

@@ -38,6 +38,12 @@ void make_clip(const std::string &path, const ClipSpec &spec) {
     if (std::system(cmd.c_str()) != 0) throw std::runtime_error("ffmpeg could not make " + path);
 }
 
+void make_video_of(const std::string &audio, const std::string &path) {
+    const std::string cmd = std::string(VORL_FFMPEG) + " -v error -y -f lavfi -i testsrc=size=160x120:rate=25 -i '" +
+                            audio + "' -shortest -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac '" + path + "'";
+    if (std::system(cmd.c_str()) != 0) throw std::runtime_error("ffmpeg could not make " + path);
+}
+
 ContainerRecord inspect(const std::string &path) {
     AVFormatContext *fmt = nullptr;
     if (avformat_open_input(&fmt, path.c_str(), nullptr, nullptr) < 0 || avformat_find_stream_info(fmt, nullptr) < 0)

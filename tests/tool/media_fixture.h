@@ -23,6 +23,10 @@ struct ClipSpec {
 // title "Take 7" and the audio stream's language "eng".
 void make_clip(const std::string &path, const ClipSpec &spec = {});
 
+// Writes a camera video of the recording at `audio` to `path`: a test
+// pattern as long as the sound, which is coded as AAC.
+void make_video_of(const std::string &audio, const std::string &path);
+
 struct PacketRecord {
     int64_t pts, dts;
     int size;

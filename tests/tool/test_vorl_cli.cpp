@@ -224,6 +224,44 @@ TEST(VorlTable, FitResamplesATakeAtAnotherRate) {
     EXPECT_TRUE(contains(ranges.err, "44100 Hz measured as it is")) << ranges.err;
 }
 
+// The take as the camera recorded it, a video with coded sound: its length
+// strays from the drive log's by the codec's padding, which is allowed;
+// a log further off is not, nor a WAV cut short.
+TEST(VorlTable, FitReadsTheTakeFromTheCamerasVideo) {
+    Sandbox box;
+    write_audio(box.path("cal.wav"), 2, 9 * 48000, 48000, kWav16, motor_take);
+    make_video_of(box.path("cal.wav"), box.path("cal.mp4"));
+    auto drive_file = [&](const std::string &name, int blocks) {
+        std::string lines;
+        for (int b = 0; b < blocks; ++b) {
+            const double t = b * 256 / 48000.0;
+            lines += t >= 1.0 && t < 4.0 ? "1 0 0\n" : t >= 5.0 && t < 8.0 ? "2 0 0\n" : "0 0 0\n";
+        }
+        write_bytes(box.path(name), lines);
+    };
+    drive_file("drive.txt", 1688);
+    drive_file("near.txt", 1688 + 3);
+    drive_file("far-off.txt", 1688 - 20);
+    ASSERT_EQ(box.vorl({"table", "fit", "cal.wav", "--drive", "drive.txt", "--quick", "-o", "wav.tbl"}).exit_code, 0);
+    EXPECT_EQ(box.vorl({"table", "fit", "cal.wav", "--drive", "near.txt", "--quick", "-o", "bad.tbl"}).exit_code, 2);
+    const RunResult video = box.vorl({"table", "fit", "cal.mp4", "--drive", "near.txt", "--quick", "-o", "mp4.tbl"});
+    ASSERT_EQ(video.exit_code, 0) << video.err;
+    EXPECT_TRUE(contains(video.err, "within a coded stream's precision")) << video.err;
+    EXPECT_EQ(box.vorl({"table", "check", "mp4.tbl"}).exit_code, 0);
+    const RunResult diff = box.vorl({"table", "diff", "wav.tbl", "mp4.tbl"});
+    EXPECT_TRUE(contains(diff.out, "zoom-noise coefficient at band nodes")) << diff.out;
+
+    const RunResult far = box.vorl({"table", "fit", "cal.mp4", "--drive", "far-off.txt", "--quick", "-o", "bad.tbl"});
+    EXPECT_EQ(far.exit_code, 2);
+    EXPECT_TRUE(contains(far.err, "far-off.txt: 1668 block lines")) << far.err;
+    const std::string whole = read_bytes(box.path("cal.wav"));
+    write_bytes(box.path("cut.wav"), whole.substr(0, whole.size() / 2));
+    const RunResult cut = box.vorl({"table", "fit", "cut.wav", "--drive", "drive.txt", "--quick", "-o", "bad.tbl"});
+    EXPECT_EQ(cut.exit_code, 2);
+    EXPECT_TRUE(contains(cut.err, "cut.wav: premature end of file")) << cut.err;
+    EXPECT_FALSE(file_exists(box.path("bad.tbl")));
+}
+
 // A scene (a sweep) with the calibration motor over it: measured after
 // processing with a table fitted to that motor, beside the oracle and the
 // engine's reach, which both know the noise and do better.
@@ -743,6 +781,21 @@ TEST(VorlProcess, VideoGetsNewSoundAndKeepsEverythingElse) {
     EXPECT_EQ(cut.exit_code, 2);
     EXPECT_TRUE(contains(cut.err, "cut.mp4: cannot read as a video file")) << cut.err;
     EXPECT_FALSE(file_exists(box.path("cut-out.mp4")));
+}
+
+// Sound-only MP4 and Matroska files, as a phone's recorder writes them, go
+// through the same reader and writer as videos.
+TEST(VorlProcess, SoundOnlyContainersKeepTheirFormAndTags) {
+    Sandbox box;
+    for (const std::string ext : {"m4a", "mka"}) {
+        make_clip(box.path("take." + ext), {"aac", 2, /*video=*/false});
+        const RunResult r = box.vorl({"process", "take." + ext, "out." + ext, "--zoom-in", "0.8-1.2", "-q"});
+        ASSERT_EQ(r.exit_code, 0) << ext << ": " << r.err;
+        const ContainerRecord out = inspect(box.path("out." + ext));
+        ASSERT_EQ(out.streams.size(), 1u) << ext;
+        EXPECT_EQ(out.streams[0].codec, "aac") << ext;
+        EXPECT_EQ(out.tags.at("title"), "Take 7") << ext;
+    }
 }
 
 // A tone in both channels with a second (1-2 s) of noise that differs

@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <vector>
 
-#include "audio_io.h"
 #include "cli.h"
 #include "commands.h"
 #include "drive_options.h"
 #include "fit_table.h"
 #include "pending_file.h"
+#include "recordings.h"
 #include "resampler.h"
 #include "table_checksum.h"
 #include "table_store.h"
@@ -27,7 +27,9 @@ few seconds each (2 s of drive at least; 3-4 s per direction is better),
 with quiet gaps of a second or more between the drives, optionally with
 autofocus moves, and the drive log that says when the lens moved (same
 options as "vorl process"; a drive file must have one line per block of
-the take, counted at 48000 Hz as for "vorl process").
+the take, counted at 48000 Hz as for "vorl process"). CAL_AUDIO may also be
+the camera's video of the take (.mp4, .mov, .mkv; its sound is used), and
+a video's coded sound may be up to 8 blocks longer or shorter than the log.
 
 Everything is measured with the library's own analysis (window, transform
 and bin powers of the noise reducer): per band and channel the zoom-noise
@@ -63,14 +65,17 @@ an allowance of 4. Every other value comes from the base table.
                           else refuse)
   -q, --quiet             no summary or warnings on standard error
 
-Refused (exit status 2): a take that is not stereo, a drive log without zoom
-drive, a drive file whose length is not the take's, under 2 s of usable
-drive, channels that do not differ.
+Refused (exit status 2): a take that is not stereo or is cut short, a drive
+log without zoom drive, a drive file whose length is not the take's, under
+2 s of usable drive, channels that do not differ.
 )";
 
 namespace {
 
 constexpr int kTableRate = 48000;
+// How far a coded take's length may stray from its drive log's, in blocks:
+// two AAC frames of 1024 (the encoder's padding, a container cut).
+constexpr std::size_t kCodedLengthSlack = 8;
 
 // The take resampled to the tables' rate, of the length that rate gives it.
 std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate) {
@@ -130,36 +135,33 @@ int run_table_fit(int argc, char **argv, int first) {
         if (!broken.empty()) cli::input_error(broken + "; a base table must pass it");
     }
 
-    AudioReader in(audio);
-    in.require_stereo();
-    std::vector<int16_t> samples(2 * static_cast<std::size_t>(in.frames()));
-    std::size_t got = 0;
-    while (got < static_cast<std::size_t>(in.frames())) {
-        const std::size_t n = in.read(samples.data() + 2 * got, static_cast<std::size_t>(in.frames()) - got);
-        if (n == 0) break;
-        got += n;
-    }
-    samples.resize(2 * got);
+    WholeRecording in = read_whole_recording(audio);
     // As "vorl process" does, a take at another rate is measured at the
     // tables' rate, so the table fits what the engine will see.
-    const bool resample = in.sample_rate() != kTableRate && !args.has("no-resample");
-    if (resample) samples = to_table_rate(samples, in.sample_rate());
-    const int rate = resample ? kTableRate : in.sample_rate();
-    got = samples.size() / 2;
+    const bool resample = in.rate != kTableRate && !args.has("no-resample");
+    if (resample) in.samples = to_table_rate(in.samples, in.rate);
+    const int rate = resample ? kTableRate : in.rate;
+    const std::size_t got = in.frames();
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
-    if (drive.uses_file() && drive.file_blocks() != blocks)
-        cli::input_error(cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) +
-                         " block lines, but " + in.name() + " has " + std::to_string(blocks) + " blocks of 256 frames" +
-                         (resample ? " at 48000 Hz" : "") + ": the drive log does not belong to this take");
+    if (drive.uses_file() && drive.file_blocks() != blocks) {
+        const std::size_t off = std::max(blocks, drive.file_blocks()) - std::min(blocks, drive.file_blocks());
+        const std::string counts = cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) +
+                                   " block lines, but " + in.name + " has " + std::to_string(blocks) +
+                                   " blocks of 256 frames" + (resample ? " at 48000 Hz" : "");
+        if (in.exact_length || off > kCodedLengthSlack)
+            cli::input_error(counts + ": the drive log does not belong to this take");
+        if (!quiet)
+            cli::warn(counts + ", within a coded stream's precision; blocks past the log's end are idle");
+    }
     if (!quiet && !drive.uses_file())
-        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name()))
+        for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name))
             cli::warn(problem);
     if (!quiet && rate != kTableRate)
-        cli::warn(in.name() + ": sample rate " + std::to_string(rate) +
+        cli::warn(in.name + ": sample rate " + std::to_string(rate) +
                   " Hz measured as it is (--no-resample); the table will be right for this rate only");
 
     fit::Take take;
-    take.samples = samples.data();
+    take.samples = in.samples.data();
     take.frames = got;
     take.rate = rate;
     for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit::block_words(drive.at(static_cast<int64_t>(b), take.rate)));
@@ -169,15 +171,15 @@ int run_table_fit(int argc, char **argv, int first) {
     try {
         fit = fit::fit_table(take, base, options);
     } catch (const fit::FitError &e) {
-        cli::input_error(in.name() + ": " + e.what());
+        cli::input_error(in.name + ": " + e.what());
     }
     write_table(out, fit.table);
 
     const std::string report = fit::format_report(fit);
     if (!report_path.empty()) write_output(report_path, report.data(), report.size());
     if (!quiet) {
-        for (const std::string &w : fit.report.warnings) cli::warn(in.name() + ": " + w);
-        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name().c_str(),
+        for (const std::string &w : fit.report.warnings) cli::warn(in.name + ": " + w);
+        std::fprintf(stderr, "vorl: %s -> %s: fitted from %d zoom frames", in.name.c_str(),
                      cli::output_name(out).c_str(),
                      fit.report.zoom_frames[0] + fit.report.zoom_frames[1]);
         if (fit.report.compared)

@@ -1,10 +1,11 @@
 // vorl measure: how much drive noise a processed recording lost, and how
 // much the recording changed where no drive ran.
 #include <cmath>
+#include <utility>
 #include <cstdio>
 #include <vector>
 
-#include "audio_io.h"
+#include "recordings.h"
 #include "cli.h"
 #include "commands.h"
 #include "drive_ceilings.h"
@@ -60,23 +61,6 @@ The figures go to standard output, one per line.
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
-std::vector<int16_t> read_stereo(const std::string &path, int &rate) {
-    AudioReader r(path);
-    r.require_stereo();
-    rate = r.sample_rate();
-    std::vector<int16_t> samples;
-    constexpr std::size_t kChunk = 1 << 16;
-    for (std::size_t done = 0;; done = samples.size() / 2) {
-        samples.resize(2 * (done + kChunk));
-        const std::size_t got = r.read(samples.data() + 2 * done, kChunk);
-        samples.resize(2 * (done + got));
-        if (got == 0) break;
-    }
-    const std::string premature = r.premature_end();
-    if (!premature.empty()) cli::input_error(r.name() + ": " + premature);
-    return samples;
-}
-
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
@@ -93,9 +77,13 @@ int run_measure(int argc, char **argv, int first) {
     if (args.has("table") && !args.has("ceiling")) cli::usage_error("--table is read only with --ceiling");
 
     int rates[3];
-    const std::vector<int16_t> clean = read_stereo(args.positional[0], rates[0]);
-    const std::vector<int16_t> noisy = read_stereo(args.positional[1], rates[1]);
-    const std::vector<int16_t> processed = read_stereo(args.positional[2], rates[2]);
+    std::vector<int16_t> recordings[3];
+    for (std::size_t i = 0; i < 3; ++i) {
+        WholeRecording r = read_whole_recording(args.positional[i]);
+        rates[i] = r.rate;
+        recordings[i] = std::move(r.samples);
+    }
+    const std::vector<int16_t> &clean = recordings[0], &noisy = recordings[1], &processed = recordings[2];
     for (int i = 1; i < 3; ++i)
         if (rates[i] != rates[0])
             cli::input_error(args.positional[static_cast<std::size_t>(i)] + ": sample rate " + std::to_string(rates[i]) +

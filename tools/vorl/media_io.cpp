@@ -36,7 +36,8 @@ std::string av_error(int error) {
 }
 
 bool is_mp4_family(const char *name) {
-    return name != nullptr && (std::strstr(name, "mp4") != nullptr || std::strstr(name, "mov") != nullptr);
+    return name != nullptr && (std::strstr(name, "mp4") != nullptr || std::strstr(name, "mov") != nullptr ||
+                               std::strcmp(name, "ipod") == 0);  // the muxer of .m4a
 }
 
 bool is_container_format(const char *name) {
@@ -254,7 +255,7 @@ void MediaWriter::open(const MediaReader &source, const std::string &destination
     if (status < 0) cli::input_error(source_path_ + ": cannot read as a video file: " + av_error(status));
     const AVOutputFormat *format = av_guess_format(nullptr, destination.c_str(), nullptr);
     if (format == nullptr || !is_container_format(format->name))
-        cli::usage_error(destination + ": a video's output must be a video container (.mp4, .mov, .mkv)");
+        cli::usage_error(destination + ": a video's output must be a video container (.mp4, .mov, .mkv, .m4a, ...)");
     status = avformat_alloc_output_context2(&output_, format, nullptr, destination.c_str());
     if (status < 0) fail("cannot start the container", status);
     frame_ = av_frame_alloc();

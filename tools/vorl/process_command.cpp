@@ -23,6 +23,7 @@
 #include "pending_file.h"
 #include "progress.h"
 #include "rate_bridge.h"
+#include "recordings.h"
 #include "table_checksum.h"
 #include "table_rules.h"
 #include "table_store.h"
@@ -56,7 +57,8 @@ end; input shorter than its header says is processed and reported. Tables
 are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
 noise reducer and back (libsoxr), so OUT has IN's rate and length.
 
-IN may also be a camera video (.mp4, .mov, .mkv, or a file FFmpeg finds to
+IN may also be a camera video (.mp4, .m4v, .mov, .mkv, their sound-only
+.m4a and .mka, or a file FFmpeg finds to
 be one whose extension names no audio format): its stereo audio stream is
 processed, and OUT, another video file, gets every other stream copied
 untouched (not re-encoded), the new audio in the original audio stream's
@@ -132,7 +134,7 @@ Drive detection (when no drive state is given):
                       nothing written) instead of a warning given before
                       processing starts
 
-Video output (OUT .mp4, .mov or .mkv):
+Video output (OUT .mp4, .m4v, .mov, .mkv, .m4a or .mka):
   --audio-codec NAME  the new audio's FFmpeg encoder, e.g. aac, alac, flac,
                       pcm_s16le (default: PCM stays the same PCM, other
                       audio becomes AAC)
@@ -302,13 +304,7 @@ void check_paths(const Options &o) {
     }
     if ((!o.encoding.codec.empty() || o.encoding.bit_rate > 0) && !is_video_container(o.out) &&
         !is_video_container(o.removed))
-        cli::usage_error("--audio-codec and --audio-bitrate apply to a video output (.mp4, .mov, .mkv)");
-}
-
-// IN, read from an audio file or from a video's audio stream.
-std::unique_ptr<SampleReader> open_input(const std::string &path) {
-    if (path != "-" && is_video_container(path)) return open_video(path);
-    return std::make_unique<AudioReader>(path, /*dither=*/true);
+        cli::usage_error("--audio-codec and --audio-bitrate apply to a video output (.mp4, .mov, .mkv, .m4a, ...)");
 }
 
 // True when `path` is written as a video: named so, and not typed with -t.
@@ -393,7 +389,7 @@ int run_process(int argc, char **argv, int first) {
     const Options o = parse(argc, argv, first);
     check_paths(o);
 
-    const std::unique_ptr<SampleReader> source = open_input(o.in);
+    const std::unique_ptr<SampleReader> source = open_recording(o.in, /*dither=*/true);
     SampleReader &in = *source;
     const auto *file_in = dynamic_cast<const AudioReader *>(source.get());
     in.require_stereo();
@@ -449,7 +445,7 @@ int run_process(int argc, char **argv, int first) {
             words = detect_input_drives(in, informs, engine_rate);
             dynamic_cast<AudioReader &>(in).rewind();
         } else {
-            const std::unique_ptr<SampleReader> pass = open_input(o.in);
+            const std::unique_ptr<SampleReader> pass = open_recording(o.in, /*dither=*/true);
             words = detect_input_drives(*pass, informs, engine_rate);
         }
         detected = tally_drives(words, engine_rate);

@@ -25,11 +25,23 @@ std::string program_dir() {
     return slash == std::string::npos ? "." : exe.substr(0, slash);
 }
 
-// The module beside the program (a build tree) or where the installation
-// puts it, relative to the program's folder; loaded once, when first
-// needed. Input error naming what was tried when it cannot be loaded.
+}  // namespace
+}  // namespace vorl
+
+// Defined when the module's code is linked in whole (the Python module);
+// the tool leaves it undefined and loads the module.
+extern "C" const vorl::VideoModule *vorl_video_module() __attribute__((weak));
+
+namespace vorl {
+namespace {
+
+// The module linked in, or else the one beside the program (a build tree)
+// or where the installation puts it, relative to the program's folder;
+// loaded once, when first needed. Input error naming what was tried when
+// it cannot be loaded.
 const VideoModule &video_module() {
     static const VideoModule *module = [] {
+        if (vorl_video_module != nullptr) return vorl_video_module();
         const std::string dir = program_dir();
         std::string tried;
         for (const std::string &candidate : {dir + "/vorl_video.so", dir + "/" VORL_VIDEO_MODULE_FROM_BIN "/vorl_video.so"}) {
@@ -68,7 +80,7 @@ int64_t parse_bit_rate(const std::string &text) {
 
 bool is_video_container(const std::string &path) {
     const std::string ext = lower_extension(path);
-    if (ext == "mp4" || ext == "m4v" || ext == "mov" || ext == "mkv") return true;
+    if (ext == "mp4" || ext == "m4v" || ext == "m4a" || ext == "mov" || ext == "mkv" || ext == "mka") return true;
     if (path == "-" || !file_exists(path) || format_for_extension(path) != 0) return false;
     return video_module().probe(path);
 }

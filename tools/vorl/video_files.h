@@ -24,10 +24,10 @@ struct AudioEncoding {
 // Parses a bit rate as "192000", "192k" or "1.5M"; 0 when malformed.
 int64_t parse_bit_rate(const std::string &text);
 
-// True for the video containers the tool rewrites: by extension (.mp4, .m4v,
-// .mov, .mkv), or for an existing file whose extension names no audio
-// format libsndfile reads, by the format FFmpeg probes (MP4/MOV family or
-// Matroska).
+// True for the video containers the tool rewrites: by extension (.mp4,
+// .m4v, .mov, .mkv, and the sound-only .m4a and .mka), or for an existing
+// file whose extension names no audio format libsndfile reads, by the
+// format FFmpeg probes (MP4/MOV family or Matroska).
 bool is_video_container(const std::string &path);
 
 // The sound of the video at `path` (input error naming the file if it has

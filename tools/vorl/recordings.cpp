@@ -1,0 +1,33 @@
+#include "recordings.h"
+
+#include "audio_io.h"
+#include "cli.h"
+#include "video_files.h"
+
+namespace vorl {
+
+std::unique_ptr<SampleReader> open_recording(const std::string &path, bool dither) {
+    if (path != "-" && is_video_container(path)) return open_video(path);
+    return std::make_unique<AudioReader>(path, dither);
+}
+
+WholeRecording read_whole_recording(const std::string &path) {
+    const std::unique_ptr<SampleReader> in = open_recording(path);
+    in->require_stereo();
+    WholeRecording r;
+    r.name = in->name();
+    r.rate = in->sample_rate();
+    r.exact_length = path == "-" || !is_video_container(path);
+    constexpr std::size_t kChunk = 1 << 16;
+    for (std::size_t done = 0;; done = r.samples.size() / 2) {
+        r.samples.resize(2 * (done + kChunk));
+        const std::size_t got = in->read(r.samples.data() + 2 * done, kChunk);
+        r.samples.resize(2 * (done + got));
+        if (got == 0) break;
+    }
+    const std::string premature = in->premature_end();
+    if (!premature.empty()) cli::input_error(r.name + ": " + premature);
+    return r;
+}
+
+}  // namespace vorl

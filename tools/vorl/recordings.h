@@ -1,0 +1,35 @@
+// Recordings named on the command line, whatever holds them: an audio file
+// (audio_io.h), standard input, or the sound of a camera video
+// (video_files.h). Every command that reads a recording opens it here, so
+// each takes the same files.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sample_stream.h"
+
+namespace vorl {
+
+// Opens `path` ("-": standard input, always an audio stream). Samples of
+// audio formats wider than 16 bits reach 16 bits with TPDF dither when
+// `dither`, else rounded.
+std::unique_ptr<SampleReader> open_recording(const std::string &path, bool dither = false);
+
+struct WholeRecording {
+    std::string name;              // for messages
+    std::vector<int16_t> samples;  // interleaved stereo
+    int rate = 0;
+    // A coded stream's length (a video's AAC, say) is known only to within
+    // a codec frame or two of the sound that was recorded.
+    bool exact_length = true;
+    std::size_t frames() const { return samples.size() / 2; }
+};
+
+// Reads all of a stereo recording; input error naming it when it is not
+// stereo or ends before its header said it would.
+WholeRecording read_whole_recording(const std::string &path);
+
+}  // namespace vorl
