@@ -166,6 +166,12 @@ TEST(VorlTable, FitWritesACheckedTableAndRefusesTakesItCannotUse) {
     const RunResult diff = box.vorl({"table", "diff", "builtin.tbl", "cal.tbl"});
     EXPECT_EQ(diff.exit_code, 0);
     EXPECT_TRUE(contains(diff.out, "zoom-noise coefficient at band nodes")) << diff.out;
+    // The table's JSON compares as the table does.
+    write_bytes(box.path("cal.json"), box.vorl({"table", "to-json", "cal.tbl", "--curves"}).out);
+    const RunResult json_diff = box.vorl({"table", "diff", "builtin.tbl", "cal.json"});
+    EXPECT_EQ(json_diff.exit_code, 0) << json_diff.err;
+    auto after_names = [](const std::string &out) { return out.substr(out.find('\n', out.find("B: ")) + 1); };
+    EXPECT_EQ(after_names(json_diff.out), after_names(diff.out));
 
     const RunResult past = box.vorl({"table", "fit", "cal.wav", "--zoom-in", "1-4", "--zoom-out", "5-12", "-o",
                                      "past.tbl", "--quick"});

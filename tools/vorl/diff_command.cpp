@@ -26,6 +26,8 @@ Shows what differs between two tuning tables, e.g. a table before and after
   - the background templates and the equaliser per group node (bins 0, 4,
     .., 252, 255) the same way;
   - every other field that differs, by name and index.
+A or B may also be a table's JSON (vorl table to-json, with or without
+--curves), e.g. an edited copy before "vorl table from-json" builds it.
 Frequencies are for 48 kHz. Exit status: 0 (equal or not), 1 usage error,
 2 a file cannot be read.
 )";
@@ -133,7 +135,7 @@ int run_table_diff(int argc, char **argv, int first) {
     }
     cli::expect_positional(args, 2, "table diff", "A B");
     cli::one_standard_input(args.positional);
-    const st_vorl_tbl a = read_table(args.positional[0]), b = read_table(args.positional[1]);
+    const st_vorl_tbl a = read_table_or_json(args.positional[0]), b = read_table_or_json(args.positional[1]);
     std::printf("A: %s\nB: %s\n", cli::input_name(args.positional[0]).c_str(),
                 cli::input_name(args.positional[1]).c_str());
     int shown = zoom_diff(a.st_vorl, b.st_vorl);

@@ -7,19 +7,38 @@
 #include "cli.h"
 #include "default_table.h"
 #include "pending_file.h"
+#include "table_json.h"
 #include "table_rules.h"
 
 namespace vorl {
 
-st_vorl_tbl read_table(const std::string &path) {
-    const std::string bytes = read_file(path, "tuning table", 1 << 20);  // the size is checked below
-    const std::string name = cli::input_name(path);
+namespace {
+
+st_vorl_tbl table_of_bytes(const std::string &bytes, const std::string &path) {
     if (bytes.size() != VORL_TBL_SIZE)
-        cli::input_error(name + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
+        cli::input_error(cli::input_name(path) + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
                          std::to_string(VORL_TBL_SIZE));
     st_vorl_tbl t;
     std::memcpy(&t, bytes.data(), sizeof t);
     return t;
+}
+
+}  // namespace
+
+st_vorl_tbl read_table(const std::string &path) {
+    return table_of_bytes(read_file(path, "tuning table", 1 << 20), path);  // the size is checked there
+}
+
+st_vorl_tbl read_table_or_json(const std::string &path) {
+    const std::string bytes = read_file(path, "tuning table", 1 << 24);
+    const std::size_t first = bytes.find_first_not_of(" \t\r\n");
+    if (first == std::string::npos || bytes[first] != '{') return table_of_bytes(bytes, path);
+    try {
+        return tablekit::table_from_json(bytes);
+    } catch (const tablekit::JsonError &e) {
+        cli::input_error(cli::input_name(path) + ": " + cli::excerpt(e.what(), 300));
+    }
+    return {};
 }
 
 void check_table_destination(const std::string &path) {

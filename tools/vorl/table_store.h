@@ -10,6 +10,9 @@ namespace vorl {
 
 // Reads a table file; input error unless it holds exactly 4184 bytes.
 st_vorl_tbl read_table(const std::string &path);
+// The same, or a table's JSON (vorl table to-json, either form; sealed),
+// told apart by its first character, "{"; for comparing, not for the engine.
+st_vorl_tbl read_table_or_json(const std::string &path);
 
 // Usage error for a table bound for standard output ("-") when that is a
 // terminal: a table is binary.
