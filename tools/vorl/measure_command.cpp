@@ -1,16 +1,16 @@
 // vorl measure: how much drive noise a processed recording lost, and how
 // much the recording changed where no drive ran.
 #include <cmath>
-#include <utility>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
-#include "recordings.h"
 #include "cli.h"
 #include "commands.h"
 #include "drive_ceilings.h"
 #include "drive_measure.h"
 #include "drive_options.h"
+#include "recordings.h"
 #include "table_store.h"
 
 namespace vorl {

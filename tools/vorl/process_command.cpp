@@ -58,12 +58,12 @@ are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
 noise reducer and back (libsoxr), so OUT has IN's rate and length.
 
 IN may also be a camera video (.mp4, .m4v, .mov, .mkv, their sound-only
-.m4a and .mka, or a file FFmpeg finds to
-be one whose extension names no audio format): its stereo audio stream is
-processed, and OUT, another video file, gets every other stream copied
-untouched (not re-encoded), the new audio in the original audio stream's
-place at the same start time, and the container's and streams' metadata.
-A video's OUT may also be an audio file.
+.m4a and .mka, or a file FFmpeg finds to be one whose extension names no
+audio format): its stereo audio stream is processed, and OUT, another
+video file, gets every other stream copied untouched (not re-encoded), the
+new audio in the original audio stream's place at the same start time, and
+the container's and streams' metadata. A video's OUT may also be an audio
+file.
 
 Tuning table:
   --table FILE        tuning table to use (default: the built-in table); a
