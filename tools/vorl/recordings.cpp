@@ -17,7 +17,7 @@ WholeRecording read_whole_recording(const std::string &path) {
     WholeRecording r;
     r.name = in->name();
     r.rate = in->sample_rate();
-    r.exact_length = path == "-" || !is_video_container(path);
+    r.exact_length = dynamic_cast<const AudioReader *>(in.get()) != nullptr;  // not a video's coded sound
     constexpr std::size_t kChunk = 1 << 16;
     for (std::size_t done = 0;; done = r.samples.size() / 2) {
         r.samples.resize(2 * (done + kChunk));

@@ -1,8 +1,6 @@
 // vorl table: create, inspect, check and convert tuning tables.
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
-#include <sstream>
 #include <vector>
 
 #include "cli.h"
@@ -144,13 +142,7 @@ int run_table_from_json(int argc, char **argv, int first) {
     if (writes_over(dst, src))
         cli::usage_error(dst + ": is the JSON input; choose another output name");
     check_replace(dst, replace_policy(args));
-    const std::string text = read_file(src, "JSON table", 1 << 24);
-    st_vorl_tbl t;
-    try {
-        t = tablekit::table_from_json(text);
-    } catch (const tablekit::JsonError &e) {
-        cli::input_error(cli::input_name(src) + ": " + cli::excerpt(e.what(), 300));
-    }
+    const st_vorl_tbl t = read_json_table(src);
     const auto violations = tablekit::check_table_rules(t);
     if (!violations.empty()) {
         const std::string name = cli::input_name(src);

@@ -23,22 +23,27 @@ st_vorl_tbl table_of_bytes(const std::string &bytes, const std::string &path) {
     return t;
 }
 
+st_vorl_tbl json_table_of(const std::string &text, const std::string &path) {
+    try {
+        return tablekit::table_from_json(text);
+    } catch (const tablekit::JsonError &e) {
+        cli::input_error(cli::input_name(path) + ": " + cli::excerpt(e.what(), 300));
+    }
+    return {};
+}
+
 }  // namespace
 
 st_vorl_tbl read_table(const std::string &path) {
     return table_of_bytes(read_file(path, "tuning table", 1 << 20), path);  // the size is checked there
 }
 
+st_vorl_tbl read_json_table(const std::string &path) { return json_table_of(read_file(path, "JSON table", 1 << 24), path); }
+
 st_vorl_tbl read_table_or_json(const std::string &path) {
     const std::string bytes = read_file(path, "tuning table", 1 << 24);
     const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos || bytes[first] != '{') return table_of_bytes(bytes, path);
-    try {
-        return tablekit::table_from_json(bytes);
-    } catch (const tablekit::JsonError &e) {
-        cli::input_error(cli::input_name(path) + ": " + cli::excerpt(e.what(), 300));
-    }
-    return {};
+    return first != std::string::npos && bytes[first] == '{' ? json_table_of(bytes, path) : table_of_bytes(bytes, path);
 }
 
 void check_table_destination(const std::string &path) {

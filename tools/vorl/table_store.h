@@ -10,7 +10,10 @@ namespace vorl {
 
 // Reads a table file; input error unless it holds exactly 4184 bytes.
 st_vorl_tbl read_table(const std::string &path);
-// The same, or a table's JSON (vorl table to-json, either form; sealed),
+// A table's JSON (vorl table to-json, either form), parsed and sealed;
+// input error naming the file and the field at fault.
+st_vorl_tbl read_json_table(const std::string &path);
+// A table file, or a table's JSON (vorl table to-json, either form; sealed),
 // told apart by its first character, "{"; for comparing, not for the engine.
 st_vorl_tbl read_table_or_json(const std::string &path);
 
