@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <cstring>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "default_table.h"
 #include "engine_run.h"
@@ -27,14 +30,14 @@ constexpr double kRightGain = 0.5;  // the right capsule hears the motor at half
 // Quiet room; zoom-in, zoom-out, zoom-in, zoom-out of `drive_s` seconds
 // with 1 s gaps, an autofocus move in each gap after the first. The motor m
 // reaches the left capsule as m and the right one as 0.5 m delayed by one
-// sample; during zoom-in a second, common-mode source reaches both alike;
+// sample (or `right_gain` of it); during zoom-in a second, common-mode source reaches both alike;
 // the autofocus motor sounds in the left channel only. The room may hum:
 // a tone of amplitude `hum` at 3750 Hz (bin 40) in both channels.
 struct GeneratedTake {
     std::vector<int16_t> samples;
     Take take;
 
-    explicit GeneratedTake(double drive_s, bool identical = false, double hum = 0.0) {
+    explicit GeneratedTake(double drive_s, bool identical = false, double hum = 0.0, double right_gain = kRightGain) {
         const std::size_t gap = 48000, drive = static_cast<std::size_t>(drive_s * 48000);
         const std::size_t frames = gap + 4 * (drive + gap);
         samples.resize(2 * frames);
@@ -51,7 +54,7 @@ struct GeneratedTake {
             const double c = dir == 1 ? kCommon * g(rng) : 0.0;
             const double tone = hum * std::sin(2.0 * kPi * 3750.0 * static_cast<double>(n) / 48000.0);
             double l = kRoom * g(rng) + tone + m + c + (af ? kAf * g(rng) : 0.0);
-            double r = identical ? l : kRoom * g(rng) + tone + kRightGain * m_prev + c;
+            double r = identical ? l : kRoom * g(rng) + tone + right_gain * m_prev + c;
             m_prev = m;
             samples[2 * n] = static_cast<int16_t>(std::lround(l));
             samples[2 * n + 1] = static_cast<int16_t>(std::lround(r));
@@ -192,6 +195,57 @@ TEST(FitTable, ScoresALoneDriveOnItsSecondHalf) {
     EXPECT_FALSE(std::isnan(fit.report.chosen.score_db));
     EXPECT_LT(fit.report.chosen.over_est, builtin().st_vorl.over_est);  // chosen, not the base's 8
     EXPECT_TRUE(vorl::tablekit::check_table_rules(fit.table).empty());
+}
+
+std::vector<std::string> coherence_warnings(const vorl::fit::FitReport &r) {
+    std::vector<std::string> found;
+    for (const std::string &w : r.warnings)
+        if (w.find("almost alike in the two channels") != std::string::npos) found.push_back(w);
+    return found;
+}
+
+// A motor that reaches the right capsule at 0.9 of the left: below about
+// 2.9 kHz its difference carries under an eighth of a channel's power. The
+// fit says so, and the level difference it names is where a scene's own
+// sound, with no motor at all, is cut to the floor during a drive.
+TEST(FitTable, WarnsWhereTheMotorSoundsAlikeInBothChannels) {
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    EXPECT_TRUE(coherence_warnings(vorl::fit::fit_table(GeneratedTake(3.0).take, builtin(), quick).report).empty());
+
+    const GeneratedTake g(3.0, false, 0.0, 0.9);
+    const auto fit = vorl::fit::fit_table(g.take, builtin(), quick);
+    const std::vector<std::string> found = coherence_warnings(fit.report);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_NE(found[0].find(" at 0-"), std::string::npos) << found[0];
+    const std::size_t at = found[0].find("differ by ");
+    ASSERT_NE(at, std::string::npos);
+    const double named_db = std::atof(found[0].c_str() + at + 10);
+    ASSERT_GT(named_db, 0.0);
+
+    // A steady tone at 187.5 Hz (bin 2, a coefficient within 5 % of the
+    // largest) through a drive that lasts the whole recording.
+    auto cut_db = [&](double difference_db) {
+        constexpr std::size_t kFrames = 48000;
+        std::vector<int16_t> in(2 * kFrames);
+        const double right = std::pow(10.0, -difference_db / 20.0);
+        for (std::size_t n = 0; n < kFrames; ++n) {
+            const double v = 3000.0 * std::sin(2.0 * kPi * 187.5 * static_cast<double>(n) / 48000.0);
+            in[2 * n] = static_cast<int16_t>(std::lround(v));
+            in[2 * n + 1] = static_cast<int16_t>(std::lround(right * v));
+        }
+        const std::vector<BlockWords> words(kFrames / 256, BlockWords{1u, false, false});
+        const auto run = vorl::fit::run_engine(fit.table, in.data(), kFrames, words);
+        double e_in = 0.0, e_out = 0.0;
+        for (std::size_t i = 2 * 12000; i < 2 * 36000; ++i) {
+            e_in += static_cast<double>(in[i]) * in[i];
+            e_out += static_cast<double>(run.out[i]) * run.out[i];
+        }
+        return 10.0 * std::log10(e_in / e_out);
+    };
+    EXPECT_LT(cut_db(0.0), 0.1);              // alike in both channels: left alone
+    EXPECT_LT(cut_db(0.5 * named_db), 6.0);   // half the named difference: a quarter of the estimate
+    EXPECT_GT(cut_db(named_db), 15.0);        // the named difference: near the floor (30 dB)
 }
 
 TEST(FitTable, RefusesTakesWithoutUsableDrive) {

@@ -6,7 +6,9 @@
 #include <limits>
 #include <map>
 #include <set>
+#include <string>
 
+#include "appendf.h"
 #include "division_table.h"
 #include "engine_run.h"
 #include "heldout_score.h"
@@ -39,6 +41,9 @@ constexpr float kQuieterScene = 0.01f;   // division table reaches 20 dB under t
 // scenes any factor from 3 to 12 came within 0.05 dB of the best, 0.4 dB
 // closer to the oracle than the zoom's factor; 6 is the middle of that range.
 constexpr float kAfOverEst = 6.0f;
+// A ratio of channel to difference power above 8 means paths about 94 %
+// coherent: a motor heard almost alike by both capsules.
+constexpr float kCoherentRatio = 8.0f;
 // The wind allowance: over-estimation times 4 over the two lowest bins
 // (up to 140 Hz) while the wind word is set. There wind, independent between
 // the capsules, lies far above the scene, and its difference power scatters
@@ -451,6 +456,47 @@ void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitt
                              " bands: a loud room or scene biases the estimates");
 }
 
+// Where the motor sounds almost alike in the two channels, its difference
+// is small and the fitted coefficient large, and the scene's own difference
+// between the channels (a source off centre, capsules of unequal
+// sensitivity) is multiplied by it too.
+void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
+    const double hz = r.rate / 512.0;
+    std::string bands;
+    float largest = 0.0f;
+    int runs = 0;
+    for (std::size_t k = 0; k < r.nodes.size();) {
+        auto coherent = [&](std::size_t i) {
+            return r.nodes[i].measured && std::max(r.nodes[i].value[0], r.nodes[i].value[1]) > kCoherentRatio;
+        };
+        if (!coherent(k)) {
+            ++k;
+            continue;
+        }
+        const std::size_t first = k;
+        while (k < r.nodes.size() && coherent(k)) {
+            largest = std::max({largest, r.nodes[k].value[0], r.nodes[k].value[1]});
+            ++k;
+        }
+        const int low = first == 0 ? 0 : fitted.zspec_comp_base_bin[r.nodes[first - 1].band] + 1;
+        const int high = fitted.zspec_comp_base_bin[r.nodes[k - 1].band];
+        appendf(bands, "%s%.0f-%.0f Hz", runs++ ? ", " : "", low * hz, high * hz);
+    }
+    if (runs == 0) return;
+    // The gain meets the floor f when oe z |1 - g|^2 >= 1 - f for content
+    // whose right channel is g times its left.
+    const double step = std::sqrt((1.0 - fitted.nr_floor_coef) / (fitted.over_est * largest));
+    const double level_db = step < 1.0 ? -20.0 * std::log10(1.0 - step) : 99.0;
+    std::string m = "the motor sounds almost alike in the two channels at " + bands;
+    appendf(m,
+            " (coefficients up to %.1f), so during drives the scene's own difference between the channels there "
+            "reads as motor noise: scene sound whose channels differ by %.1f dB is cut to the floor where the "
+            "coefficient is largest (check a scene; lowering the curve there with to-json --curves and from-json "
+            "trades motor removal for it)",
+            largest, level_db);
+    r.warnings.push_back(m);
+}
+
 }  // namespace
 
 bool FitReport::split_drive() const {
@@ -511,6 +557,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
         table.st_vorl.over_est_af_sm_coef = 0.0f;
         r.af_over_est = kAfOverEst;
     }
+    warn_about_coherent_bands(table.st_vorl, r);
     table.st_vorl.wind_nr_proc_bias = kWindOverEst;
     table.st_vorl.wind_nr_proc_freq = kWindBins;
     tablekit::seal(table);
