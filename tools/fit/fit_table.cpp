@@ -461,23 +461,22 @@ void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitt
 // between the channels (a source off centre, capsules of unequal
 // sensitivity) is multiplied by it too.
 void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
+    // The engine multiplies the difference power by coefficient x bias.
+    const float bias = fitted.est_noise_bias_z_nor > 0.0f ? fitted.est_noise_bias_z_nor : 1.0f;
+    auto ratio = [&](std::size_t k) {
+        return r.nodes[k].measured ? bias * std::max(r.nodes[k].value[0], r.nodes[k].value[1]) : 0.0f;
+    };
     const double hz = r.rate / 512.0;
     std::string bands;
     float largest = 0.0f;
     int runs = 0;
     for (std::size_t k = 0; k < r.nodes.size();) {
-        auto coherent = [&](std::size_t i) {
-            return r.nodes[i].measured && std::max(r.nodes[i].value[0], r.nodes[i].value[1]) > kCoherentRatio;
-        };
-        if (!coherent(k)) {
+        if (ratio(k) <= kCoherentRatio) {
             ++k;
             continue;
         }
         const std::size_t first = k;
-        while (k < r.nodes.size() && coherent(k)) {
-            largest = std::max({largest, r.nodes[k].value[0], r.nodes[k].value[1]});
-            ++k;
-        }
+        for (; k < r.nodes.size() && ratio(k) > kCoherentRatio; ++k) largest = std::max(largest, ratio(k));
         const int low = first == 0 ? 0 : fitted.zspec_comp_base_bin[r.nodes[first - 1].band] + 1;
         const int high = fitted.zspec_comp_base_bin[r.nodes[k - 1].band];
         appendf(bands, "%s%.0f-%.0f Hz", runs++ ? ", " : "", low * hz, high * hz);
@@ -493,7 +492,7 @@ void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
             "reads as motor noise: scene sound whose channels differ by %.1f dB is cut to the floor where the "
             "coefficient is largest (check a scene; lowering the curve there with to-json --curves and from-json "
             "trades motor removal for it)",
-            largest, level_db);
+            largest / bias, level_db);
     r.warnings.push_back(m);
 }
 
