@@ -9,6 +9,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "default_table.h"
@@ -171,7 +172,16 @@ TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {
 
 TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {
     const GeneratedTake g(2.5);
-    const auto fit = vorl::fit::fit_table(g.take, builtin());
+    vorl::fit::FitOptions options;
+    std::vector<std::pair<int, int>> scores;  // what a progress display is told
+    options.on_score = [&](int done, int most) { scores.emplace_back(done, most); };
+    const auto fit = vorl::fit::fit_table(g.take, builtin(), options);
+    ASSERT_GE(scores.size(), 10u);
+    for (std::size_t k = 0; k < scores.size(); ++k) {
+        EXPECT_EQ(scores[k].first, static_cast<int>(k) + 1);
+        EXPECT_EQ(scores[k].second, scores[0].second);
+    }
+    EXPECT_LE(scores.back().first, scores.back().second);  // the bound holds
     EXPECT_TRUE(vorl::tablekit::check_table_rules(fit.table).empty());
     EXPECT_TRUE(fit.report.compared);
     EXPECT_GE(fit.report.fitted_db, fit.report.base_db);

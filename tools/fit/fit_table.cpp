@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <set>
@@ -314,13 +315,21 @@ void apply(st_vorl &p, const Suppression &s) {
     p.nr_gain_sm_coef = s.smoothing;
 }
 
-// Each value in turn takes the best of its grid, the others held; two rounds.
+// The held-out search's grids; each value in turn takes the best of its
+// grid, the others held, over kSearchRounds rounds.
+constexpr float kCapGrid[] = {1.0f, 2.0f, 4.0f, 8.0f, kNoCap};
+constexpr float kOverEstGrid[] = {0.5f, 0.75f, 1.0f, 1.25f, 1.5f, 2.0f, 2.5f, 3.0f};
+constexpr float kFloorGrid[] = {0.03f, 0.06f, 0.1f, 0.18f, 0.3f};  // no lower: musical noise
+constexpr float kSmoothingGrid[] = {0.0f, 0.2f, 0.35f, 0.5f, 0.65f, 0.8f};
+constexpr int kSearchRounds = 2;
+// The most scores a search makes: its start, then every grid value in
+// every round (fewer when a value was already tried).
+constexpr int kSearchScores =
+    1 + kSearchRounds * static_cast<int>(std::size(kCapGrid) + std::size(kOverEstGrid) + std::size(kFloorGrid) +
+                                         std::size(kSmoothingGrid));
+
 Suppression choose_suppression(FoldTables &fold, const Suppression &start, const HeldOutScore &score,
                                const std::vector<BlockWords> &words, std::vector<std::string> &log) {
-    static const float kCap[] = {1.0f, 2.0f, 4.0f, 8.0f, kNoCap};
-    static const float kOverEst[] = {0.5f, 0.75f, 1.0f, 1.25f, 1.5f, 2.0f, 2.5f, 3.0f};
-    static const float kFloor[] = {0.03f, 0.06f, 0.1f, 0.18f, 0.3f};  // no lower: musical noise
-    static const float kSmoothing[] = {0.0f, 0.2f, 0.35f, 0.5f, 0.65f, 0.8f};
     auto score_of = [&](const Suppression &s) {
         st_vorl_tbl t = fold(s.ratio_cap);
         apply(t.st_vorl, s);
@@ -334,12 +343,13 @@ Suppression choose_suppression(FoldTables &fold, const Suppression &start, const
         float Suppression::*field;
         const float *grid;
         int n;
-    } axes[] = {{"coefficient cap", &Suppression::ratio_cap, kCap, 5},
-                {"over_est", &Suppression::over_est, kOverEst, 8},
-                {"nr_floor_coef", &Suppression::floor, kFloor, 5},
-                {"nr_gain_sm_coef", &Suppression::smoothing, kSmoothing, 6}};
+    } axes[] = {{"coefficient cap", &Suppression::ratio_cap, kCapGrid, static_cast<int>(std::size(kCapGrid))},
+                {"over_est", &Suppression::over_est, kOverEstGrid, static_cast<int>(std::size(kOverEstGrid))},
+                {"nr_floor_coef", &Suppression::floor, kFloorGrid, static_cast<int>(std::size(kFloorGrid))},
+                {"nr_gain_sm_coef", &Suppression::smoothing, kSmoothingGrid,
+                 static_cast<int>(std::size(kSmoothingGrid))}};
     std::set<std::array<float, 4>> tried = {{best.ratio_cap, best.over_est, best.floor, best.smoothing}};
-    for (int round = 0; round < 2; ++round)
+    for (int round = 0; round < kSearchRounds; ++round)
         for (const Axis &a : axes) {
             for (int k = 0; k < a.n; ++k) {
                 Suppression trial = best;
@@ -526,7 +536,11 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
                 scored[k] = true;
                 fit_words[k].zoom = 0;
             }
-        const HeldOutScore score(take, scored);
+        const int most = (options.choose_suppression ? kSearchScores : 1) + (options.compare_learning ? 2 : 0);
+        int done = 0;
+        const HeldOutScore score(take, scored, [&] {
+            if (options.on_score) options.on_score(++done, most);
+        });
         FoldTables fold(fitter);
         if (options.choose_suppression)
             r.chosen = choose_suppression(fold, r.base, score, take.words, r.search);

@@ -39,6 +39,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,11 @@
 namespace vorl::fit {
 
 struct FitOptions {
-    bool choose_suppression = true;  // the held-out search (about 25 library runs)
+    bool choose_suppression = true;  // the held-out search (up to 49 held-out scores)
     bool compare_learning = true;    // also score the base table and its learning
+    // Called after each held-out score (nearly all of a fit's time) with
+    // the scores done and the most there can be.
+    std::function<void(int done, int most)> on_score;
 };
 
 struct NodeFit {

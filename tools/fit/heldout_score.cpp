@@ -73,7 +73,8 @@ std::vector<float> make_probe(std::size_t frames) {
 
 }  // namespace
 
-HeldOutScore::HeldOutScore(const Take &take, std::vector<bool> scored) : take_(take), scored_(std::move(scored)) {
+HeldOutScore::HeldOutScore(const Take &take, std::vector<bool> scored, std::function<void()> after_each)
+    : take_(take), scored_(std::move(scored)), after_each_(std::move(after_each)) {
     const std::vector<float> probe = make_probe(take.frames);
     double motor = 0.0, power = 0.0;
     for (std::size_t n = 0; n < take.frames; ++n) {
@@ -116,6 +117,7 @@ double HeldOutScore::operator()(const st_vorl_tbl &table, const std::vector<Bloc
         }
         total += error > 0.0 && noise > 0.0 ? 10.0 * std::log10(noise / error) : 0.0;
     }
+    if (after_each_) after_each_();
     return total / static_cast<double>(mixes_.size());
 }
 

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "take_analysis.h"
@@ -22,7 +23,7 @@ class HeldOutScore {
 public:
     // `scored[b]`: block b belongs to a held-out drive; the probe levels are
     // set against the motor's over those blocks.
-    HeldOutScore(const Take &take, std::vector<bool> scored);
+    HeldOutScore(const Take &take, std::vector<bool> scored, std::function<void()> after_each = {});
 
     // The score of `table` run over the take with `words`.
     double operator()(const st_vorl_tbl &table, const std::vector<BlockWords> &words) const;
@@ -30,6 +31,7 @@ public:
 private:
     const Take &take_;
     std::vector<bool> scored_;
+    std::function<void()> after_each_;
     struct Mix {
         std::vector<int16_t> mixed;  // take + probe, saturated
         std::vector<float> probe;    // what the mixed take holds beyond the take

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <vector>
 
 #include "cli.h"
@@ -10,6 +11,7 @@
 #include "drive_options.h"
 #include "fit_table.h"
 #include "pending_file.h"
+#include "progress.h"
 #include "recordings.h"
 #include "resampler.h"
 #include "table_checksum.h"
@@ -167,12 +169,19 @@ int run_table_fit(int argc, char **argv, int first) {
     for (std::size_t b = 0; b < blocks; ++b) take.words.push_back(fit::block_words(drive.at(static_cast<int64_t>(b), take.rate)));
     fit::FitOptions options;
     options.choose_suppression = options.compare_learning = !args.has("quick");
+    std::optional<Progress> progress;  // on a terminal: the held-out search takes seconds
+    options.on_score = [&](int done, int most) {
+        if (!progress) progress.emplace(!quiet, most, "choosing suppression values on held-out drives");
+        progress->update(done);
+    };
     fit::FitResult fit;
     try {
         fit = fit::fit_table(take, base, options);
     } catch (const fit::FitError &e) {
+        if (progress) progress->finish();
         cli::input_error(in.name + ": " + e.what());
     }
+    if (progress) progress->finish();
     write_table(out, fit.table);
 
     const std::string report = fit::format_report(fit);

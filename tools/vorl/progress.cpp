@@ -16,6 +16,10 @@ Progress::Progress(bool allowed, int64_t total_frames, int sample_rate)
       rate_(sample_rate > 0 ? sample_rate : 1),
       last_(std::chrono::steady_clock::now() - std::chrono::seconds(1)) {}
 
+Progress::Progress(bool allowed, int64_t total_steps, const char *label) : Progress(allowed, total_steps, 1) {
+    label_ = label;
+}
+
 void Progress::update(int64_t done) {
     if (!shown_ || done == last_done_) return;
     const auto now = std::chrono::steady_clock::now();
@@ -27,8 +31,11 @@ void Progress::update(int64_t done) {
     char bar[kBarWidth + 1];
     for (int i = 0; i < kBarWidth; ++i) bar[i] = i < filled ? '#' : '.';
     bar[kBarWidth] = '\0';
-    std::fprintf(stderr, "\r[%s] %3d%%  %.1f / %.1f s", bar, static_cast<int>(part * 100.0),
-                 static_cast<double>(done) / rate_, static_cast<double>(total_) / rate_);
+    if (label_)
+        std::fprintf(stderr, "\r[%s] %3d%%  %s", bar, static_cast<int>(part * 100.0), label_);
+    else
+        std::fprintf(stderr, "\r[%s] %3d%%  %.1f / %.1f s", bar, static_cast<int>(part * 100.0),
+                     static_cast<double>(done) / rate_, static_cast<double>(total_) / rate_);
     std::fflush(stderr);
 }
 
