@@ -5,6 +5,7 @@
 
 #include "appendf.h"
 #include "fit_table.h"
+#include "table_curves.h"
 
 namespace vorl::fit {
 
@@ -46,9 +47,8 @@ std::string format_report(const FitResult &fit) {
 
     appendf(out, "\nPer band (levels in dBFS as white noise of that mean bin power; templates at the band's end bin):\n");
     appendf(out, "band  bins     Hz             coef L  coef R  motor L motor R   diff   room L  room R   WT L    WT R    TW L    TW R    AF L    AF R\n");
-    int first = 0;
     for (const NodeFit &n : r.nodes) {
-        const int last = p.zspec_comp_base_bin[n.band];
+        const int first = tablekit::band_first_bin(p, n.band), last = p.zspec_comp_base_bin[n.band];
         const int g = (last + 3) / 4;
         appendf(out, "%4d  %3d-%3d  %5.0f-%5.0f  %7.3f %7.3f %s %s %s %s %s %s %s %s %s %s %s%s\n", n.band, first, last,
             first * hz, last * hz, n.value[0], n.value[1], level(n.motor[0]).c_str(), level(n.motor[1]).c_str(),
@@ -57,7 +57,6 @@ std::string format_report(const FitResult &fit) {
             level(r.templates[2][0][g]).c_str(), level(r.templates[2][1][g]).c_str(),
             level(r.templates[0][0][g]).c_str(), level(r.templates[0][1][g]).c_str(),
             n.measured ? "" : "  (not measured: base value)");
-        first = last + 1;
     }
     appendf(out, "Curve limits: node maximum 4 x the fitted value (at least 2), floor %.4f (half the smallest node), "
              "tolerances %.2f / %.2f\n",

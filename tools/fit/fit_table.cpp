@@ -454,8 +454,7 @@ void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitt
     for (const NodeFit &n : r.nodes) {
         // Bands wholly above zspec_comp_max_freq take the fixed replacement
         // value whatever was measured (and lie above a 44.1 kHz take's band).
-        const int first_bin = n.band == 0 ? 0 : fitted.zspec_comp_base_bin[n.band - 1] + 1;
-        unmeasured += !n.measured && first_bin <= fitted.zspec_comp_max_freq;
+        unmeasured += !n.measured && tablekit::band_first_bin(fitted, n.band) <= fitted.zspec_comp_max_freq;
         loud_room += n.measured && (n.room[0] > 0.1 * n.motor[0] || n.room[1] > 0.1 * n.motor[1]);
     }
     if (unmeasured > 0)
@@ -487,7 +486,7 @@ void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
         }
         const std::size_t first = k;
         for (; k < r.nodes.size() && ratio(k) > kCoherentRatio; ++k) largest = std::max(largest, ratio(k));
-        const int low = first == 0 ? 0 : fitted.zspec_comp_base_bin[r.nodes[first - 1].band] + 1;
+        const int low = tablekit::band_first_bin(fitted, r.nodes[first].band);
         const int high = fitted.zspec_comp_base_bin[r.nodes[k - 1].band];
         appendf(bands, "%s%.0f-%.0f Hz", runs++ ? ", " : "", low * hz, high * hz);
     }

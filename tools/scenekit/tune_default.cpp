@@ -154,7 +154,7 @@ Typical typical_camera(const st_vorl &p, const std::vector<NoisePowers> &cams, c
         for (std::size_t k = 0, b = 0; k < kBins; ++k) {  // linear between nodes, as the core rebuilds it
             while (p.zspec_comp_base_bin[b] < k) ++b;
             const double lo = b == 0 ? t.curve[ch][0] : t.curve[ch][b - 1];
-            const std::size_t first = b == 0 ? 0 : p.zspec_comp_base_bin[b - 1] + 1;
+            const std::size_t first = vorl::tablekit::band_first_bin(p, static_cast<int>(b));
             const double span = p.zspec_comp_base_bin[b] - first + 1;
             per_bin[ch][k] = lo + (t.curve[ch][b] - lo) * static_cast<double>(k - first + 1) / span;
             if (k > p.zspec_comp_max_freq) per_bin[ch][k] = p.zspec_comp_replace_value;

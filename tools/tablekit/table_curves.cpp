@@ -28,13 +28,15 @@ BinCurve group_curve(const float *increments) {
     return v;
 }
 
+int band_first_bin(const st_vorl &p, int band) { return band == 0 ? 0 : p.zspec_comp_base_bin[band - 1] + 1; }
+
 int group_node_bin(int g) { return g < kGroups - 1 ? 4 * g : kCurveBins - 1; }
 
 void set_zoom_nodes(st_vorl &p, int channel, const float *values) {
     // Aimed from the value the running sum really reaches (see set_group_nodes).
     float reached = 0.0f;
     for (int b = 0; b < kBands; ++b) {
-        const int first = b == 0 ? 0 : p.zspec_comp_base_bin[b - 1] + 1;
+        const int first = band_first_bin(p, b);
         const int bins = p.zspec_comp_base_bin[b] - first + 1;
         const float step = (values[b] - reached) / static_cast<float>(bins);
         p.zspec_comp_coef_f_LR_d[channel][b] = step;
@@ -44,7 +46,7 @@ void set_zoom_nodes(st_vorl &p, int channel, const float *values) {
 
 void set_linear_interpolation(st_vorl &p) {
     for (int b = 0; b < kBands; ++b) {
-        const int first = b == 0 ? 0 : p.zspec_comp_base_bin[b - 1] + 1;
+        const int first = band_first_bin(p, b);
         p.zspec_comp_inter_hop[b] = 1.0f / static_cast<float>(p.zspec_comp_base_bin[b] - first + 1);
     }
 }

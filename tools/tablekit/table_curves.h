@@ -23,6 +23,9 @@ using BinCurve = std::array<float, kCurveBins>;
 // Frequency of bin k at 48 kHz (the rate tables are tuned for).
 double bin_hz(int bin);
 
+// First bin of coefficient band b (bins first..zspec_comp_base_bin[b]).
+int band_first_bin(const st_vorl &p, int band);
+
 // The coefficient curve's running sum (what the core uses up to
 // zspec_comp_max_freq; above it the core takes zspec_comp_replace_value).
 BinCurve zoom_curve(const st_vorl &p, int channel);

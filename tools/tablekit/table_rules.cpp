@@ -204,7 +204,7 @@ std::vector<Violation> check_learned_curve(const st_vorl &p) {
 
 std::string describe(const CurveFault &f, const st_vorl &p) {
     constexpr double kBinHz = 48000.0 / 512.0;
-    const int first = f.band == 0 ? 0 : p.zspec_comp_base_bin[f.band - 1] + 1;
+    const int first = band_first_bin(p, f.band);
     const int last = p.zspec_comp_base_bin[f.band];
     const double lo = first * kBinHz, hi = std::max(first, last) * kBinHz;
     char range[64];
