@@ -492,9 +492,11 @@ void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
     }
     if (runs == 0) return;
     // The gain meets the floor f when oe z |1 - g|^2 >= 1 - f for content
-    // whose right channel is g times its left.
+    // whose right channel is g times its left; with oe z under 1 - f no
+    // content alike in phase does.
     const double step = std::sqrt((1.0 - fitted.nr_floor_coef) / (fitted.over_est * largest));
-    const double level_db = step < 1.0 ? -20.0 * std::log10(1.0 - step) : 99.0;
+    if (!(step < 1.0)) return;
+    const double level_db = -20.0 * std::log10(1.0 - step);
     std::string m = "the motor sounds almost alike in the two channels at " + bands;
     appendf(m,
             " (coefficients up to %.1f), so during drives the scene's own difference between the channels there "
