@@ -35,10 +35,10 @@ Pcm oracle(const Scene &scene, const std::vector<DriveWords> &words) {
                                [&](std::size_t b) { return b < words.size() ? words[b] : DriveWords{}; });
 }
 
-DriveMeasure model_ceiling(const Scene &scene, float floor) {
+DriveMeasure model_ceiling(const Scene &scene, float floor, vorl::ContentDifference content) {
     return vorl::difference_model_reach(
         scene.clean.data(), scene.noisy.data(), scene.frames(),
-        [&](std::size_t b) { return b < scene.words.size() ? scene.words[b] : DriveWords{}; }, floor);
+        [&](std::size_t b) { return b < scene.words.size() ? scene.words[b] : DriveWords{}; }, floor, content);
 }
 
 SceneResult evaluate(const Scene &scene, const st_vorl_tbl &table, const std::vector<DriveWords> &words,

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "drive_ceilings.h"
 #include "drive_measure.h"
 #include "scene.h"
 #include "vorl.h"
@@ -31,7 +32,8 @@ using vorl::EnergySums;
 // The reach of the engine's difference model on the scene, at `floor`
 // (vorl::difference_model_reach, drive_ceilings.h): what the best table
 // could do, short of knowing the noise frame by frame.
-DriveMeasure model_ceiling(const Scene &scene, float floor);
+DriveMeasure model_ceiling(const Scene &scene, float floor,
+                           vorl::ContentDifference content = vorl::ContentDifference::heard);
 
 struct SceneResult {
     DriveMeasure library, oracle;

@@ -65,7 +65,12 @@ the scene's true words.
                    over-estimation and smoothing for the scene and the
                    table's floor; "model" is its drive attenuation and
                    "to model" how far the table is under it (the rest of
-                   "below" is the model's, which no table can close)
+                   "below" is the model's, which no table can close);
+                   "alike" is the model's reach with the content's own
+                   channel difference ignored: its lead over "model" is
+                   what the content's width costs the model, its distance
+                   to the oracle what one frame's difference power cannot
+                   tell of that frame's noise
   --per-scene      also one line per scene
   --no-prime       do not prime the library with the recording's start (as
                    vorl process --no-prime): its gain fades in over the
@@ -79,6 +84,7 @@ struct Totals {
     SceneResult given;            // with the words the library was given
     DriveMeasure true_words;      // --detect: the library with the true words
     DriveMeasure ceiling;         // --ceiling: the difference model's reach
+    DriveMeasure alike;           // --ceiling: the same with the content's channel difference ignored
     int64_t zoom_hit = 0, zoom_false = 0, zoom_missed = 0;  // zoom blocks
     int64_t idle = 0, idle_driven = 0;                      // blocks without drive
     int64_t wind_hit = 0, wind_false = 0, wind_missed = 0;
@@ -111,7 +117,7 @@ void print_header(bool detect, bool ceiling) {
                     "atten true", "detected", "diff", "quiet dist", "(true)", "level", "wind F1");
     else
         std::printf("%-18s %6s %8s %12s %8s %8s%s %11s %7s\n", "type", "scenes", "drive s", "drive atten", "oracle",
-                    "below", ceiling ? "    model to model" : "", "quiet dist", "level");
+                    "below", ceiling ? "    model to model    alike" : "", "quiet dist", "level");
 }
 
 void print_row(const std::string &label, const Totals &t, bool detect, bool ceiling) {
@@ -128,10 +134,11 @@ void print_row(const std::string &label, const Totals &t, bool detect, bool ceil
                     t.true_words.outside.difference_db(), lib.outside.level_change_db(), wind);
         return;
     }
-    char reach[32] = "";
+    char reach[48] = "";
     if (ceiling) {
         const double model = t.ceiling.drives.attenuation_db();
-        std::snprintf(reach, sizeof reach, " %8.2f %8.2f", model, model - atten);
+        std::snprintf(reach, sizeof reach, " %8.2f %8.2f %8.2f", model, model - atten,
+                      t.alike.drives.attenuation_db());
     }
     std::printf("%-18s %6d %8.1f %9.2f dB %8.2f %8.2f%s %8.2f dB %7.2f\n", label.c_str(), t.scenes,
                 lib.drives.blocks * 256.0 / scenekit::kSampleRate, atten, ideal, ideal - atten, reach,
@@ -175,7 +182,10 @@ int main(int argc, char **argv) {
             Totals one;
             one.scenes = 1;
             one.given = evaluate(scene, table, words, prime);
-            if (ceiling) one.ceiling = model_ceiling(scene, table.st_vorl.nr_floor_coef);
+            if (ceiling) {
+                one.ceiling = model_ceiling(scene, table.st_vorl.nr_floor_coef);
+                one.alike = model_ceiling(scene, table.st_vorl.nr_floor_coef, vorl::ContentDifference::ignored);
+            }
             if (detect) {
                 const Pcm truth_run = run_library(table, scene.noisy, scene.words, prime);
                 one.true_words = vorl::measure_drives(scene.clean.data(), scene.noisy.data(), truth_run.data(),
@@ -188,6 +198,7 @@ int main(int argc, char **argv) {
             sum.given.oracle += one.given.oracle;
             sum.true_words += one.true_words;
             sum.ceiling += one.ceiling;
+            sum.alike += one.alike;
             sum.zoom_hit += one.zoom_hit;
             sum.zoom_false += one.zoom_false;
             sum.zoom_missed += one.zoom_missed;

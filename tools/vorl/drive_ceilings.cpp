@@ -112,7 +112,7 @@ std::vector<int16_t> oracle_output(const int16_t *clean, const int16_t *noisy, s
 }
 
 DriveMeasure difference_model_reach(const int16_t *clean, const int16_t *noisy, std::size_t frames,
-                                    const BlockWordsAt &words, float floor) {
+                                    const BlockWordsAt &words, float floor, ContentDifference content) {
     const st_vorl_inst inst = transform_instance();
     const std::vector<bool> act = acting_frames(frames, words);
 
@@ -144,7 +144,12 @@ DriveMeasure difference_model_reach(const int16_t *clean, const int16_t *noisy, 
                 // Between drives the gains relax towards 1, frame by frame.
                 const double idle = f > next ? std::pow(smoothing, static_cast<double>(f - next)) : 1.0;
                 next = f + 1;
-                for (std::size_t t = 0; t < kFrame; ++t) d[t] = y[0][t] - y[1][t];
+                if (content == ContentDifference::heard) {
+                    for (std::size_t t = 0; t < kFrame; ++t) d[t] = y[0][t] - y[1][t];
+                } else {
+                    for (int c = 0; c < 2; ++c) analyse({noise.data(), frames}, f, c, n[c], inst);
+                    for (std::size_t t = 0; t < kFrame; ++t) d[t] = n[0][t] - n[1][t];
+                }
                 for (std::size_t k = 0; k < kBins; ++k) {
                     const double dp = bin_power(d, k);
                     for (int c = 0; c < 2; ++c) {

@@ -12,6 +12,12 @@
 //   0.3. It knows the noise's spectrum but not its frames: the oracle's lead
 //   over it is the model's, which no table can close; what lies between it
 //   and a table is the table's.
+// - The same reach with the content's own channel difference taken out
+//   (`ContentDifference::ignored`: the rule reads the noise's difference
+//   power alone, as if the content were alike in both channels). What it
+//   gains over the reach is what the content's width costs the model; its
+//   own distance to the oracle is what one frame's difference power cannot
+//   tell of that frame's noise.
 #pragma once
 
 #include <cstddef>
@@ -30,8 +36,11 @@ using BlockWordsAt = std::function<DriveWords(std::size_t block)>;
 std::vector<int16_t> oracle_output(const int16_t *clean, const int16_t *noisy, std::size_t frames,
                                    const BlockWordsAt &words);
 
+enum class ContentDifference { heard, ignored };
+
 // The reach, measured as measure_drives() does (the best of its runs).
 DriveMeasure difference_model_reach(const int16_t *clean, const int16_t *noisy, std::size_t frames,
-                                    const BlockWordsAt &words, float floor);
+                                    const BlockWordsAt &words, float floor,
+                                    ContentDifference content = ContentDifference::heard);
 
 }  // namespace vorl
