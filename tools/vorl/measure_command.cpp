@@ -41,7 +41,7 @@ Figures, summed over both channels and all samples of the blocks concerned:
   during wind outside drives (when there is any):
     noise attenuation, as during drives
 
-  --ceiling     also, during drives, the noise attenuation of two yardsticks
+  --ceiling     also, during drives, the noise attenuation of yardsticks
                 that know the noise (NOISY - CLEAN), on the engine's framing
                 (512-point sine-window frames, hop 256) over the frames that
                 overlap drives:
@@ -54,6 +54,9 @@ Figures, summed over both channels and all samples of the blocks concerned:
                     recording. No table does better on average: what lies
                     between it and the oracle is the engine's model, what
                     lies below it the table's.
+                  reach, scene mono: the same with the content's own
+                    channel difference ignored; its gain over the reach is
+                    what the scene's width costs the engine's model.
   --table FILE  the floor of FILE's table for the engine's reach (default:
                 the built-in table's)
 
@@ -110,10 +113,13 @@ int run_measure(int argc, char **argv, int first) {
         const std::vector<int16_t> ideal = oracle_output(clean.data(), noisy.data(), clean.size() / 2, words);
         const double oracle = measure_drives(clean.data(), noisy.data(), ideal.data(), clean.size() / 2, words)
                                   .drives.attenuation_db();
-        const double reach =
-            difference_model_reach(clean.data(), noisy.data(), clean.size() / 2, words, floor).drives.attenuation_db();
+        auto reach = [&](ContentDifference content) {
+            return difference_model_reach(clean.data(), noisy.data(), clean.size() / 2, words, floor, content)
+                .drives.attenuation_db();
+        };
         std::printf("  oracle:             %6.2f dB\n", oracle);
-        std::printf("  engine's reach:     %6.2f dB\n", reach);
+        std::printf("  engine's reach:     %6.2f dB\n", reach(ContentDifference::heard));
+        std::printf("  reach, scene mono:  %6.2f dB\n", reach(ContentDifference::ignored));
     }
     std::printf("outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(outside.blocks), outside.blocks * block_s);
     std::printf("  level change:       %6.2f dB\n", outside.level_change_db());
