@@ -57,6 +57,10 @@ constexpr uint8_t kWindBins = 2;
 
 bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
 
+// The bias the engine multiplies each zoom block's difference power by (its
+// start value); a table whose bias is not positive is fitted as if it were 1.
+float zoom_bias(const st_vorl &p) { return p.est_noise_bias_z_nor > 0.0f ? p.est_noise_bias_z_nor : 1.0f; }
+
 // Sum over the bins around node b of w(i) * value(i), w the weight of node
 // b in the linear interpolation between its neighbours.
 template <class F> double hat_sum(const uint8_t *node_bin, int b, F value) {
@@ -142,7 +146,7 @@ public:
     st_vorl_tbl fit_curves(int fold, bool record, float cap) {
         st_vorl_tbl t = base_;
         st_vorl &p = t.st_vorl;
-        const float bias = p.est_noise_bias_z_nor > 0.0f ? p.est_noise_bias_z_nor : 1.0f;
+        const float bias = zoom_bias(p);
         const BinStats drive =
             robust_means(analysis_, [&](std::size_t f) { return in_fold(f, FrameKind::unused, fold); });
         auto motor = [&](const BinStats &s, int ch, int i) {
@@ -471,7 +475,7 @@ void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitt
 // sensitivity) is multiplied by it too.
 void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
     // The engine multiplies the difference power by coefficient x bias.
-    const float bias = fitted.est_noise_bias_z_nor > 0.0f ? fitted.est_noise_bias_z_nor : 1.0f;
+    const float bias = zoom_bias(fitted);
     auto ratio = [&](std::size_t k) {
         return r.nodes[k].measured ? bias * std::max(r.nodes[k].value[0], r.nodes[k].value[1]) : 0.0f;
     };

@@ -29,7 +29,6 @@ st_vorl_tbl json_table_of(const std::string &text, const std::string &path) {
     } catch (const tablekit::JsonError &e) {
         cli::input_error(cli::input_name(path) + ": " + cli::excerpt(e.what(), 300));
     }
-    return {};
 }
 
 }  // namespace
