@@ -36,11 +36,12 @@ using BlockWordsAt = std::function<DriveWords(std::size_t block)>;
 std::vector<int16_t> oracle_output(const int16_t *clean, const int16_t *noisy, std::size_t frames,
                                    const BlockWordsAt &words);
 
+// The difference the rule reads: the recording's (heard), or the noise's
+// alone, as if the content were alike in both channels (ignored).
 enum class ContentDifference { heard, ignored };
 
 // The reach, measured as measure_drives() does (the best of its runs).
 DriveMeasure difference_model_reach(const int16_t *clean, const int16_t *noisy, std::size_t frames,
-                                    const BlockWordsAt &words, float floor,
-                                    ContentDifference content = ContentDifference::heard);
+                                    const BlockWordsAt &words, float floor, ContentDifference content);
 
 }  // namespace vorl
