@@ -332,8 +332,11 @@ constexpr int kSearchScores =
     1 + kSearchRounds * static_cast<int>(std::size(kCapGrid) + std::size(kOverEstGrid) + std::size(kFloorGrid) +
                                          std::size(kSmoothingGrid));
 
+// `skipped` is told of each grid value not scored again, so a progress
+// count of kSearchScores still ends at its total.
 Suppression choose_suppression(FoldTables &fold, const Suppression &start, const HeldOutScore &score,
-                               const std::vector<BlockWords> &words, std::vector<std::string> &log) {
+                               const std::vector<BlockWords> &words, std::vector<std::string> &log,
+                               const std::function<void()> &skipped) {
     auto score_of = [&](const Suppression &s) {
         st_vorl_tbl t = fold(s.ratio_cap);
         apply(t.st_vorl, s);
@@ -358,7 +361,10 @@ Suppression choose_suppression(FoldTables &fold, const Suppression &start, const
             for (int k = 0; k < a.n; ++k) {
                 Suppression trial = best;
                 trial.*a.field = a.grid[k];
-                if (!tried.insert({trial.ratio_cap, trial.over_est, trial.floor, trial.smoothing}).second) continue;
+                if (!tried.insert({trial.ratio_cap, trial.over_est, trial.floor, trial.smoothing}).second) {
+                    skipped();
+                    continue;
+                }
                 trial.score_db = score_of(trial);
                 char line[96];
                 if (a.grid[k] >= kNoCap)
@@ -543,12 +549,13 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
             }
         const int most = (options.choose_suppression ? kSearchScores : 1) + (options.compare_learning ? 2 : 0);
         int done = 0;
-        const HeldOutScore score(take, scored, [&] {
+        const auto count_one = [&] {
             if (options.on_score) options.on_score(++done, most);
-        });
+        };
+        const HeldOutScore score(take, scored, count_one);
         FoldTables fold(fitter);
         if (options.choose_suppression)
-            r.chosen = choose_suppression(fold, r.base, score, take.words, r.search);
+            r.chosen = choose_suppression(fold, r.base, score, take.words, r.search, count_one);
         else
             r.chosen.score_db = score(fold(kNoCap), take.words);
         if (options.compare_learning) {

@@ -52,8 +52,8 @@ namespace vorl::fit {
 struct FitOptions {
     bool choose_suppression = true;  // the held-out search (up to 49 held-out scores)
     bool compare_learning = true;    // also score the base table and its learning
-    // Called after each held-out score (nearly all of a fit's time) with
-    // the scores done and the most there can be.
+    // Called after each held-out score (nearly all of a fit's time), and for
+    // each search step that needs none, with the steps done and their total.
     std::function<void(int done, int most)> on_score;
 };
 
