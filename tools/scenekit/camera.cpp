@@ -22,6 +22,15 @@ MotorSound autofocus_motor(Random &rng) {
     return af;
 }
 
+// A motor beside one capsule: each capsule hears the one source through its
+// own path (nothing shared), the far one 3-9 dB down.
+EnclosurePath side_path(Random &rng) {
+    EnclosurePath p = enclosure_path(rng, 0.0);
+    const double far_gain = between(rng, 0.35, 0.7);
+    for (double &v : p.ir[rng.uniform() < 0.5 ? 0 : 1]) v *= far_gain;
+    return p;
+}
+
 }  // namespace
 
 Camera make_camera(int id) {
@@ -67,7 +76,11 @@ Camera make_camera(int id) {
     cam.zoom[0] = in;
     cam.zoom[1] = out;
     cam.af = autofocus_motor(rng);
-    if (id >= kFirstEnclosedCamera) {
+    if (id >= kFirstSideCamera) {
+        cam.enclosed = true;
+        cam.zoom_enclosure = side_path(rng);
+        cam.af_enclosure = side_path(rng);
+    } else if (id >= kFirstEnclosedCamera) {
         cam.enclosed = true;
         cam.zoom_enclosure = enclosure_path(rng, between(rng, 0.3, 0.9));
         cam.af_enclosure = enclosure_path(rng, between(rng, 0.3, 0.9));
