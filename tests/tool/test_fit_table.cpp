@@ -258,6 +258,24 @@ TEST(FitTable, WarnsWhereTheMotorSoundsAlikeInBothChannels) {
     EXPECT_GT(cut_db(named_db), 15.0);        // the named difference: near the floor (30 dB)
 }
 
+// The drive detector finds a motor by its channel difference. A motor heard
+// at 0.9 in the other channel never shows to it, even in a quiet take, and
+// the fit says the camera's recordings need their drive log; one heard
+// inverted there does.
+TEST(FitTable, WarnsWhenTheDriveDetectorWouldMissTheMotor) {
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    auto detector_warnings = [&](double right_gain) {
+        int n = 0;
+        for (const std::string &w : vorl::fit::fit_table(GeneratedTake(3.0, false, 0.0, right_gain).take, builtin(), quick)
+                                        .report.warnings)
+            n += w.find("drive detector") != std::string::npos && w.find("--drive") != std::string::npos;
+        return n;
+    };
+    EXPECT_EQ(detector_warnings(-0.5), 0);
+    EXPECT_EQ(detector_warnings(0.9), 1);
+}
+
 TEST(FitTable, RefusesTakesWithoutUsableDrive) {
     auto message = [](const Take &t) {
         try {

@@ -219,7 +219,8 @@ TEST(VorlTable, FitResamplesATakeAtAnotherRate) {
     write_bytes(box.path("drive.txt"), drive);
     const RunResult ok = box.vorl({"table", "fit", "cal44.wav", "--drive", "drive.txt", "--quick", "-o", "cal.tbl"});
     ASSERT_EQ(ok.exit_code, 0) << ok.err;
-    EXPECT_FALSE(contains(ok.err, "warning")) << ok.err;
+    EXPECT_FALSE(contains(ok.err, "block lines")) << ok.err;  // the log's 48 kHz blocks match exactly
+    EXPECT_FALSE(contains(ok.err, "measured as it is")) << ok.err;
     const RunResult native =
         box.vorl({"table", "fit", "cal44.wav", "--drive", "drive.txt", "--quick", "--no-resample", "-o", "native.tbl"});
     EXPECT_EQ(native.exit_code, 2);

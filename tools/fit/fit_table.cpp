@@ -11,6 +11,7 @@
 
 #include "appendf.h"
 #include "division_table.h"
+#include "drive_detector.h"
 #include "engine_run.h"
 #include "heldout_score.h"
 #include "table_checksum.h"
@@ -42,6 +43,10 @@ constexpr float kQuieterScene = 0.01f;   // division table reaches 20 dB under t
 // scenes any factor from 3 to 12 came within 0.05 dB of the best, 0.4 dB
 // closer to the oracle than the zoom's factor; 6 is the middle of that range.
 constexpr float kAfOverEst = 6.0f;
+// Below this share of a quiet take's zoom blocks found, the drive detector
+// will miss much more under a scene. (Motors reaching the capsules through
+// different paths: all found; one heard alike by both: none.)
+constexpr double kDetectedShare = 0.9;
 // A ratio of channel to difference power above 8 means paths about 94 %
 // coherent: a motor heard almost alike by both capsules.
 constexpr float kCoherentRatio = 8.0f;
@@ -475,6 +480,28 @@ void warn_about_take(const Take &take, const Fitter &fitter, const st_vorl &fitt
                              " bands: a loud room or scene biases the estimates");
 }
 
+// The drive detector (vorl process without a drive log) tells a motor by
+// its channel difference rising to the level of the channel sum. A motor
+// that reaches both capsules nearly alike never lifts it there, even in
+// this quiet take; that camera's recordings need their drive log.
+void warn_about_detection(const Take &take, FitReport &r) {
+    const std::vector<DriveWords> found = detect_drives(take.samples, take.frames);
+    int driven = 0, detected = 0;
+    for (std::size_t b = 0; b < take.words.size() && b < found.size(); ++b)
+        if (take.words[b].zoom != 0 && !take.words[b].wind) {
+            ++driven;
+            detected += found[b].zoom != 0;
+        }
+    if (driven == 0 || detected >= kDetectedShare * driven) return;
+    char m[320];
+    std::snprintf(m, sizeof m,
+                  "the drive detector (vorl process without --drive) finds %.0f %% of this take's zoom drive blocks "
+                  "although the room is quiet: this motor's channel difference stays under the level that marks a "
+                  "drive, so give this camera's recordings their drive log (--drive) or ranges",
+                  100.0 * detected / driven);
+    r.warnings.push_back(m);
+}
+
 // Where the motor sounds almost alike in the two channels, its difference
 // is small and the fitted coefficient large, and the scene's own difference
 // between the channels (a source off centre, capsules of unequal
@@ -534,6 +561,7 @@ FitResult fit_table(const Take &take, const st_vorl_tbl &base, const FitOptions 
     st_vorl_tbl table = fitter.fit_curves(-1, true, kNoCap);
     check_take(take, fitter, r);
     warn_about_take(take, fitter, table.st_vorl, r);
+    warn_about_detection(take, r);
 
     const st_vorl &b = base.st_vorl;
     r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
