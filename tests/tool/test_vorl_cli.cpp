@@ -825,6 +825,7 @@ TEST(VorlProcess, DetectsDrivesWithoutALogAndItsWordsRoundTrip) {
     RunResult r = box.vorl({"process", "in.wav", "detected.wav", "--drive-out", "used.txt"});
     ASSERT_EQ(r.exit_code, 0) << r.err;
     EXPECT_TRUE(contains(r.err, "drives detected: 1, 1.0 s")) << r.err;
+    EXPECT_FALSE(contains(r.err, "warning")) << r.err;
     const std::string used = read_bytes(box.path("used.txt"));
     EXPECT_EQ(std::count(used.begin(), used.end(), '\n'), 1 + (3 * 48000 + 255) / 256);  // a comment, then a line a block
     EXPECT_TRUE(contains(used, "\n1 0 0\n"));
@@ -841,6 +842,14 @@ TEST(VorlProcess, DetectsDrivesWithoutALogAndItsWordsRoundTrip) {
     EXPECT_TRUE(contains(r.err, "removes nothing")) << r.err;
     EXPECT_NE(read_bytes(box.path("plain.wav")), read_bytes(box.path("detected.wav")));
     EXPECT_EQ(box.vorl({"process", "in.wav", "x.wav", "--no-detect", "--zoom-in", "1-2"}).exit_code, 1);
+
+    // The motor's second heard alike in both channels: nothing to find, and
+    // the user is told that nothing was removed and what to give instead.
+    write_audio(box.path("alike.wav"), 2, 3 * 48000, 48000, kWav16, [](int64_t n, int) { return motor_stretch(n, 0); });
+    r = box.vorl({"process", "alike.wav", "alike-out.wav"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "drives detected: 0, 0.0 s")) << r.err;
+    EXPECT_TRUE(contains(r.err, "alike.wav: no drives detected, so the noise reducer removes nothing")) << r.err;
 }
 
 }  // namespace

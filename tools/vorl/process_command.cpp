@@ -450,6 +450,10 @@ int run_process(int argc, char **argv, int first) {
         }
         detected = tally_drives(words, engine_rate);
         drive = DriveSchedule::from_words(words);
+        if (detected.drives == 0 && !o.quiet)
+            cli::warn(in.name() + ": no drives detected, so the noise reducer removes nothing; if the lens motor "
+                      "ran, give --drive or ranges (the detector knows a motor by the channel difference it adds, "
+                      "and \"vorl table fit\" warns when a camera's motor does not show that way)");
     } else if (!o.drive_given && !o.quiet) {
         cli::warn("no drive state and --no-detect: the noise reducer removes nothing");
     }
