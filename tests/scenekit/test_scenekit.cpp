@@ -100,7 +100,7 @@ TEST(SceneKit, BuiltInTableQualityOnAHeldOutScene) {
     EXPECT_LT(idle.library.outside.difference_db(), -80.0);
 }
 
-// The table fitted from camera's calibration take (seed 1) on the camera's
+// The table fitted from a camera's calibration take (seed 1) on its
 // held-out scene of a type (seed 1000, 10 s).
 struct FittedRun {
     st_vorl_tbl table;
