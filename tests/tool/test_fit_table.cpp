@@ -276,6 +276,34 @@ TEST(FitTable, WarnsWhenTheDriveDetectorWouldMissTheMotor) {
     EXPECT_EQ(detector_warnings(0.9), 1);
 }
 
+bool any_warning(const vorl::fit::FitReport &r, const std::string &part) {
+    return std::any_of(r.warnings.begin(), r.warnings.end(),
+                       [&](const std::string &w) { return w.find(part) != std::string::npos; });
+}
+
+// A constant offset in the take changes nothing but a warning; a take
+// recorded near the bottom of the 16-bit scale is warned about, and the
+// drive detector's verdict on it is not given.
+TEST(FitTable, TakesOutADcOffsetAndWarnsOfAFaintTake) {
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    GeneratedTake g(2.5);
+    const auto plain = vorl::fit::fit_table(g.take, builtin(), quick);
+    EXPECT_FALSE(any_warning(plain.report, "DC offset"));
+    EXPECT_FALSE(any_warning(plain.report, "dBFS"));
+    for (std::size_t i = 0; i < g.samples.size(); ++i)
+        g.samples[i] = static_cast<int16_t>(g.samples[i] + (i % 2 ? -3000 : 5000));
+    const auto offset = vorl::fit::fit_table(g.take, builtin(), quick);
+    EXPECT_EQ(std::memcmp(&plain.table, &offset.table, sizeof plain.table), 0);
+    EXPECT_TRUE(any_warning(offset.report, "DC offset (left 5000, right -3000 of 32768)"));
+
+    GeneratedTake faint(2.5);
+    for (int16_t &s : faint.samples) s = static_cast<int16_t>(std::lround(s / 300.0));  // motor at -88 dBFS
+    const auto r = vorl::fit::fit_table(faint.take, builtin(), quick).report;
+    EXPECT_TRUE(any_warning(r, "dBFS"));
+    EXPECT_FALSE(any_warning(r, "drive detector"));
+}
+
 TEST(FitTable, RefusesTakesWithoutUsableDrive) {
     auto message = [](const Take &t) {
         try {
@@ -298,6 +326,9 @@ TEST(FitTable, RefusesTakesWithoutUsableDrive) {
     EXPECT_NE(message(short_drives.take).find("at least 2 s"), std::string::npos);
     const GeneratedTake mono_like(3.0, true);
     EXPECT_NE(message(mono_like.take).find("identical"), std::string::npos);
+    GeneratedTake dead_right(3.0);
+    for (std::size_t n = 0; n < dead_right.take.frames; ++n) dead_right.samples[2 * n + 1] = 0;
+    EXPECT_NE(message(dead_right.take).find("right channel is silent"), std::string::npos);
 }
 
 }  // namespace

@@ -69,7 +69,7 @@ an allowance of 4. Every other value comes from the base table.
 
 Refused (exit status 2): a take that is not stereo or is cut short, a drive
 log without zoom drive, a drive file whose length is not the take's, under
-2 s of usable drive, channels that do not differ.
+2 s of usable drive, channels that do not differ, a silent channel.
 )";
 
 namespace {
