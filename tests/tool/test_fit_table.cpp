@@ -281,6 +281,21 @@ bool any_warning(const vorl::fit::FitReport &r, const std::string &part) {
                        [&](const std::string &w) { return w.find(part) != std::string::npos; });
 }
 
+// A log 40 blocks (0.2 s) late leaves the start of the drives the detector
+// hears sounding where it says idle; the fit says so, and not for the log
+// in step.
+TEST(FitTable, WarnsWhenTheLogIsOutOfStepWithTheTake) {
+    vorl::fit::FitOptions quick;
+    quick.choose_suppression = quick.compare_learning = false;
+    GeneratedTake g(2.5);
+    const std::string out_of_step = "where the drive log says the lens was idle";
+    EXPECT_FALSE(any_warning(vorl::fit::fit_table(g.take, builtin(), quick).report, out_of_step));
+    g.take.words.insert(g.take.words.begin(), 40, BlockWords{});
+    g.take.words.resize(g.take.words.size() - 40);
+    const auto r = vorl::fit::fit_table(g.take, builtin(), quick).report;
+    EXPECT_TRUE(any_warning(r, out_of_step + " (")) << (r.warnings.empty() ? "" : r.warnings.front());
+}
+
 // A constant offset in the take changes nothing but a warning; a take
 // recorded near the bottom of the 16-bit scale is warned about, and the
 // drive detector's verdict on it is not given.

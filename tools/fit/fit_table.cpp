@@ -47,6 +47,11 @@ constexpr float kAfOverEst = 6.0f;
 // will miss much more under a scene. (Motors reaching the capsules through
 // different paths: all found; one heard alike by both: none.)
 constexpr double kDetectedShare = 0.9;
+// Detected motor this far (43 ms) from any logged drive is not an edge the
+// log and the sound place differently; this much of it (0.26 s) is a log
+// that does not match the take.
+constexpr std::size_t kLogSlackBlocks = 8;
+constexpr int kUnloggedBlocks = 48;
 // A ratio of channel to difference power above 8 means paths about 94 %
 // coherent: a motor heard almost alike by both capsules.
 constexpr float kCoherentRatio = 8.0f;
@@ -524,6 +529,36 @@ void warn_about_take(const Take &take, double level_db, const Fitter &fitter, co
 void warn_about_detection(const Take &take, double level_db, FitReport &r) {
     if (level_db < kFaintDriveDbfs) return;
     const std::vector<DriveWords> found = detect_drives(take.samples, take.frames);
+    // Motor sound the log does not cover, in a quiet room: a log of another
+    // take, ranges typed wrong, a log out of step with the audio. (Then the
+    // share below would measure the log, not the detector.)
+    std::vector<bool> near_logged(found.size(), false);
+    for (std::size_t b = 0; b < take.words.size(); ++b)
+        if (take.words[b].zoom != 0 || take.words[b].af)
+            for (std::size_t k = b > kLogSlackBlocks ? b - kLogSlackBlocks : 0;
+                 k <= b + kLogSlackBlocks && k < near_logged.size(); ++k)
+                near_logged[k] = true;
+    int unlogged = 0, stretches = 0;
+    std::size_t first = 0, first_end = 0;
+    for (std::size_t b = 0; b < found.size(); ++b) {
+        if (!found[b].driven() || near_logged[b]) continue;
+        ++unlogged;
+        if (b == 0 || !found[b - 1].driven() || near_logged[b - 1]) {
+            if (stretches++ == 0) first = b;
+        }
+        if (stretches == 1) first_end = b + 1;
+    }
+    if (unlogged >= kUnloggedBlocks) {
+        char m[320];
+        std::snprintf(m, sizeof m,
+                      "the drive detector hears a motor where the drive log says the lens was idle (%.2f s in %d "
+                      "stretch(es), the first at %s-%s): check that the log belongs to this take and is in step "
+                      "with it",
+                      static_cast<double>(unlogged) * kBlock / take.rate, stretches, seconds(first, take.rate).c_str(),
+                      seconds(first_end, take.rate).c_str());
+        r.warnings.push_back(m);
+        return;
+    }
     int driven = 0, detected = 0;
     for (std::size_t b = 0; b < take.words.size() && b < found.size(); ++b)
         if (take.words[b].zoom != 0 && !take.words[b].wind) {
