@@ -621,7 +621,13 @@ TEST(VorlProcess, LearningWritesOnlyTheNamedTable) {
     EXPECT_TRUE(contains(r.err, "learned.tbl")) << r.err;
     // A tone throughout leaves no quiet reference to learn against.
     EXPECT_TRUE(contains(r.err, "nothing was learned: none of the 10 quiet periods")) << r.err;
+    EXPECT_FALSE(contains(r.err, "DC offset")) << r.err;
     EXPECT_EQ(box.vorl({"table", "check", "learned.tbl"}).exit_code, 0);
+    // An offset is named as what stopped the learning.
+    write_audio(box.path("dc.wav"), 2, 48000, 48000, kWav16, [](int64_t n, int c) { return 0.1 + 0.5 * tone(n, c); });
+    const RunResult dc = box.vorl({"process", "dc.wav", "dc-out.wav", "--learn", "dc.tbl", "--zoom-in", "0.5-1"});
+    EXPECT_TRUE(contains(dc.err, "dc.wav has a DC offset (left 3277, right 3277 of 32768)")) << dc.err;
+    for (const char *f : {"dc.wav", "dc-out.wav", "dc.tbl"}) std::remove(box.path(f).c_str());
     // Autofocus up to the last block (--raw feeds no idle blocks after it)
     // leaves the run's AF switch on; the table saves all the same.
     const RunResult af = box.vorl({"process", "in.wav", "raw.wav", "--table", "start.tbl", "--learn", "af.tbl",

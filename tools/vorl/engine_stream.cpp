@@ -75,6 +75,10 @@ void EngineStream::run_chunk(bool at_end) {
     for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks_) {
         int16_t *block = chunk_in + 2 * k * kBlock;
         if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);
+        for (std::size_t i = 0; k * kBlock + i < filled_ && i < kBlock; ++i) {
+            given_sum_[0] += block[2 * i];
+            given_sum_[1] += block[2 * i + 1];
+        }
         session_.process(block, out_.data() + 2 * k * kBlock, drive_.at(blocks_, rate_));
         if (after_block_) after_block_(blocks_);
     }

@@ -46,6 +46,9 @@ public:
     // Output samples at full scale where the input was not: the library's
     // saturation.
     uint64_t saturated() const { return saturated_; }
+    // The mean of channel c (0 left, 1 right) as the library was given it
+    // (after the DC cut): a constant offset the input carries.
+    double offset(int c) const { return frames_ > 0 ? static_cast<double>(given_sum_[c]) / frames_ : 0.0; }
 
 private:
     void run_chunk(bool at_end);
@@ -65,6 +68,7 @@ private:
     std::size_t filled_ = 0;  // frames of the current chunk
     int64_t frames_ = 0, blocks_ = 0, produced_ = 0;
     uint64_t saturated_ = 0;
+    int64_t given_sum_[2] = {0, 0};
 };
 
 }  // namespace vorl

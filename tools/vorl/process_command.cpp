@@ -35,6 +35,7 @@ namespace {
 
 constexpr int kTunedRate = 48000;
 constexpr std::size_t kReadFrames = 16384;  // per engine push
+constexpr double kReportedOffset = 33.0;  // 0.1 % of full scale
 
 const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
@@ -343,7 +344,7 @@ std::unique_ptr<SampleWriter> open_output(const Options &o, const std::string &p
 }
 
 // Says what became of the learning run; returns the exit code.
-int report_learning(const Options &o, HostSession &session) {
+int report_learning(const Options &o, HostSession &session, const EngineStream &engine) {
     const LearnVerdict v = session.learned_table();
     if (v.passed) {
         session.save_table(o.learn);
@@ -353,8 +354,18 @@ int report_learning(const Options &o, HostSession &session) {
         const LearningTally &tally = session.learning_tally();
         if (v.updates == 0 && !o.quiet) {
             cli::warn("nothing was learned: " + tally.why_nothing(session.working_parameters()));
-            if (tally.motor_test_failed())
+            // An offset adds to every period's power, so no reference is
+            // quiet and no drive looks like motor noise alone.
+            if (std::max(std::abs(engine.offset(0)), std::abs(engine.offset(1))) >= kReportedOffset) {
+                char m[200];
+                std::snprintf(m, sizeof m,
+                              "%s has a DC offset (left %.0f, right %.0f of 32768), which the learning tests take "
+                              "for sound; --dc-cut takes it out",
+                              o.in.c_str(), engine.offset(0), engine.offset(1));
+                cli::warn(m);
+            } else if (tally.motor_test_failed()) {
                 cli::warn("\"vorl table fit\" makes a table for a camera from a calibration take");
+            }
         }
         return cli::kExitOk;
     }
@@ -534,7 +545,7 @@ int run_process(int argc, char **argv, int first) {
                      in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
                      seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s", notes.c_str());
     }
-    return o.learn.empty() ? cli::kExitOk : report_learning(o, session);
+    return o.learn.empty() ? cli::kExitOk : report_learning(o, session, engine);
 }
 
 }  // namespace vorl
