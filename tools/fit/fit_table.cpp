@@ -68,6 +68,8 @@ constexpr uint8_t kWindBins = 2;
 // scaled down on one of the tuning cameras fitted alike down to -70 dBFS,
 // lost 0.2 dB at -80 and 0.7-1.3 dB at -90.
 constexpr double kFaintDriveDbfs = -75.0;
+constexpr int kLowBandBins[2] = {1, 5};    // 94-470 Hz
+constexpr double kInvertedCoherence = -0.5;
 constexpr long kReportedOffset = 33;  // 0.1 % of full scale: smaller offsets are taken out silently
 
 bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
@@ -440,6 +442,32 @@ void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
                            "model cannot be fitted (a stereo take from the camera's own two capsules is needed)");
 }
 
+// Sound from afar (room tone, a hum, a voice) reaches two capsules a few
+// centimetres apart nearly alike below 500 Hz, whatever its direction: the
+// normalised cross-power of the channels there, from the bin powers as
+// (|L|^2 + |R|^2 - |L-R|^2) / 2 over sqrt(|L|^2 |R|^2), is near 1 (0.96 in
+// every kit camera's room), and near -1 when one channel is inverted.
+// Returns true, after warning, for an inverted channel.
+bool warn_about_polarity(const BinStats &quiet, FitReport &r) {
+    if (quiet.frames < 40) return false;
+    double cross = 0.0, left = 0.0, right = 0.0;
+    for (int i = kLowBandBins[0]; i <= kLowBandBins[1]; ++i) {
+        cross += 0.5 * (quiet.left[i] + quiet.right[i] - quiet.diff[i]);
+        left += quiet.left[i];
+        right += quiet.right[i];
+    }
+    const double coherence = left > 0.0 && right > 0.0 ? cross / std::sqrt(left * right) : 0.0;
+    if (coherence >= kInvertedCoherence) return false;
+    char m[320];
+    std::snprintf(m, sizeof m,
+                  "the room sounds in opposite polarity in the two channels below 470 Hz (correlation %.2f): one "
+                  "channel seems inverted, and then far sound reads as motor noise during drives; check the "
+                  "capsule's wiring or the recording chain",
+                  coherence);
+    r.warnings.push_back(m);
+    return true;
+}
+
 // Mean power of the louder channel over the zoom blocks, in dB of full scale.
 double drive_level_dbfs(const Take &take) {
     double power[2] = {0.0, 0.0};
@@ -523,11 +551,8 @@ void warn_about_take(const Take &take, double level_db, const Fitter &fitter, co
 // The drive detector (vorl process without a drive log) tells a motor by
 // its channel difference rising to the level of the channel sum. A motor
 // that reaches both capsules nearly alike never lifts it there, even in
-// this quiet take; that camera's recordings need their drive log. (A take
-// recorded too faint says nothing about it: the detector's statistic has a
-// floor, and the take gets its own warning.)
-void warn_about_detection(const Take &take, double level_db, FitReport &r) {
-    if (level_db < kFaintDriveDbfs) return;
+// this quiet take; that camera's recordings need their drive log.
+void warn_about_detection(const Take &take, FitReport &r) {
     const std::vector<DriveWords> found = detect_drives(take.samples, take.frames);
     // Motor sound the log does not cover, in a quiet room: a log of another
     // take, ranges typed wrong, a log out of step with the audio. (Then the
@@ -674,7 +699,10 @@ FitResult fit_table(const Take &given, const st_vorl_tbl &base, const FitOptions
     warn_about_offset(centred, r);
     const double level_db = drive_level_dbfs(take);
     warn_about_take(take, level_db, fitter, table.st_vorl, r);
-    warn_about_detection(take, level_db, r);
+    // The detector's verdict means nothing on a take too faint for its
+    // statistic's floor, or with a channel inverted (the room itself then
+    // reads as a motor); both get their own warning.
+    if (!warn_about_polarity(fitter.quiet(), r) && level_db >= kFaintDriveDbfs) warn_about_detection(take, r);
 
     const st_vorl &b = base.st_vorl;
     r.base = {b.over_est, b.nr_floor_coef, b.nr_gain_sm_coef, kNoCap, std::numeric_limits<double>::quiet_NaN()};
