@@ -637,6 +637,16 @@ TEST(VorlProcess, LearningWritesOnlyTheNamedTable) {
     EXPECT_EQ(box.files(), (std::vector<std::string>{"af.tbl", "in.wav", "learned.tbl", "out.wav", "raw.wav", "start.tbl"}));
 }
 
+TEST(VorlProcess, WarnsOfAChannelInOppositePolarity) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16,
+                [](int64_t n, int c) { return (c == 0 ? 0.3 : -0.3) * std::sin(2.0 * M_PI * 200.0 * n / 48000.0); });
+    const RunResult r = box.vorl({"process", "in.wav", "out.wav", "--zoom-in", "0.5-1"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "in.wav: the channels are in opposite polarity below 470 Hz between drives "
+                                "(correlation -1.00)")) << r.err;
+}
+
 TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {
     Sandbox box;
     write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, tone);

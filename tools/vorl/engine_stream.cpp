@@ -75,11 +75,10 @@ void EngineStream::run_chunk(bool at_end) {
     for (std::size_t k = 0; k < chunk_blocks; ++k, ++blocks_) {
         int16_t *block = chunk_in + 2 * k * kBlock;
         if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);
-        for (std::size_t i = 0; k * kBlock + i < filled_ && i < kBlock; ++i) {
-            given_sum_[0] += block[2 * i];
-            given_sum_[1] += block[2 * i + 1];
-        }
-        session_.process(block, out_.data() + 2 * k * kBlock, drive_.at(blocks_, rate_));
+        const DriveWords words = drive_.at(blocks_, rate_);
+        if (k * kBlock < filled_)
+            input_check_.take(block, std::min(kBlock, filled_ - k * kBlock), !words.driven() && words.wind == 0);
+        session_.process(block, out_.data() + 2 * k * kBlock, words);
         if (after_block_) after_block_(blocks_);
     }
     // Output frame `produced_ + i` is input frame `produced_ + i - skip`.

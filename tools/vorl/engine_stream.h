@@ -13,6 +13,7 @@
 
 #include "drive_schedule.h"
 #include "host_session.h"
+#include "input_check.h"
 #include "removal_mix.h"
 
 namespace vorl {
@@ -46,9 +47,9 @@ public:
     // Output samples at full scale where the input was not: the library's
     // saturation.
     uint64_t saturated() const { return saturated_; }
-    // The mean of channel c (0 left, 1 right) as the library was given it
-    // (after the DC cut): a constant offset the input carries.
-    double offset(int c) const { return frames_ > 0 ? static_cast<double>(given_sum_[c]) / frames_ : 0.0; }
+    // What the library was given (after the DC cut), watched for an offset
+    // and an inverted channel.
+    const InputCheck &input_check() const { return input_check_; }
 
 private:
     void run_chunk(bool at_end);
@@ -68,7 +69,7 @@ private:
     std::size_t filled_ = 0;  // frames of the current chunk
     int64_t frames_ = 0, blocks_ = 0, produced_ = 0;
     uint64_t saturated_ = 0;
-    int64_t given_sum_[2] = {0, 0};
+    InputCheck input_check_;
 };
 
 }  // namespace vorl

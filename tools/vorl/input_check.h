@@ -1,0 +1,34 @@
+// Two faults of a recording chain that the noise reducer cannot see and
+// that change what it does, watched on the samples it is given:
+// - a DC offset, which adds to every learning period's power, so no
+//   reference is quiet and no drive looks like motor noise alone;
+// - a channel in opposite polarity. Sound from afar reaches two capsules a
+//   few centimetres apart nearly alike below 500 Hz, so between drives the
+//   channels' correlation there is near 1; inverted, near -1, and then far
+//   sound lands in the channel difference, which the engine takes for
+//   motor noise during drives.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vorl {
+
+class InputCheck {
+public:
+    // `frames` interleaved stereo frames; `between_drives`: no drive, no
+    // autofocus, no wind (where only the scene sounds).
+    void take(const int16_t *frames, std::size_t count, bool between_drives);
+
+    double offset(int channel) const;  // mean sample value
+    // Correlation of the channels from 94 to 470 Hz between drives; 0 when
+    // that band held (next to) nothing.
+    double low_band_correlation() const;
+
+private:
+    int64_t frames_ = 0, sum_[2] = {0, 0};
+    double low_[2] = {0, 0}, high_[2] = {0, 0};  // band-pass state per channel
+    double cross_ = 0, power_[2] = {0, 0};
+};
+
+}  // namespace vorl
