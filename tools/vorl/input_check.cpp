@@ -5,10 +5,11 @@
 namespace vorl {
 
 namespace {
+constexpr double kPi = 3.14159265358979323846;
 // One-pole low-passes at 470 Hz and 94 Hz at 48 kHz; their difference is
 // the band between.
-const double kUpper = 1.0 - std::exp(-2.0 * M_PI * 470.0 / 48000.0);
-const double kLower = 1.0 - std::exp(-2.0 * M_PI * 94.0 / 48000.0);
+const double kUpper = 1.0 - std::exp(-2.0 * kPi * 470.0 / 48000.0);
+const double kLower = 1.0 - std::exp(-2.0 * kPi * 94.0 / 48000.0);
 // Under this mean band power per sample (about -80 dBFS) the band is
 // rounding and self-noise, too little to judge by.
 constexpr double kLeastPower = 1.0;
