@@ -70,7 +70,7 @@ constexpr uint8_t kWindBins = 2;
 constexpr double kFaintDriveDbfs = -75.0;
 constexpr int kLowBandBins[2] = {1, 5};    // 94-470 Hz
 constexpr double kInvertedCoherence = -0.5;
-constexpr long kReportedOffset = 33;  // 0.1 % of full scale: smaller offsets are taken out silently
+constexpr long kRemovedOffset = 33;  // 0.1 % of full scale
 
 bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
 
@@ -645,8 +645,9 @@ void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
 // A constant offset (a capsule's bias, an interface's DC) sits in bin 0,
 // leaks into bins 1-2 through the window, and swamps the held-out score,
 // which weighs the take's whole power: a take offset by 15 % of full scale
-// chose over_est 0.5 and its table lost 4-7 dB on scenes. The fit works on
-// the take less each channel's mean (rounded; none, no copy).
+// chose over_est 0.5 and its table lost 4-7 dB on scenes. From 0.1 % of
+// full scale on, the fit works on the take less each channel's mean
+// (rounded); smaller offsets are harmless and left.
 struct CentredTake {
     Take take;
     std::vector<int16_t> samples;
@@ -661,7 +662,10 @@ CentredTake without_offset(const Take &given) {
         for (std::size_t n = 0; n < given.frames; ++n) sum += given.samples[2 * n + ch];
         c.offset[ch] = std::lround(static_cast<double>(sum) / static_cast<double>(given.frames));
     }
-    if (c.offset[0] == 0 && c.offset[1] == 0) return c;
+    if (std::max(std::labs(c.offset[0]), std::labs(c.offset[1])) < kRemovedOffset) {
+        c.offset[0] = c.offset[1] = 0;
+        return c;
+    }
     c.samples.resize(2 * given.frames);
     for (std::size_t i = 0; i < c.samples.size(); ++i)
         c.samples[i] = static_cast<int16_t>(std::clamp<long>(given.samples[i] - c.offset[i % 2], -32768, 32767));
@@ -670,7 +674,7 @@ CentredTake without_offset(const Take &given) {
 }
 
 void warn_about_offset(const CentredTake &c, FitReport &r) {
-    if (std::max(std::labs(c.offset[0]), std::labs(c.offset[1])) < kReportedOffset) return;
+    if (c.offset[0] == 0 && c.offset[1] == 0) return;
     char m[200];
     std::snprintf(m, sizeof m,
                   "the take has a DC offset (left %ld, right %ld of 32768); it was taken out before fitting",
