@@ -1,6 +1,7 @@
 #include "fit_table.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <iterator>
@@ -647,38 +648,34 @@ void warn_about_coherent_bands(const st_vorl &fitted, FitReport &r) {
 // which weighs the take's whole power: a take offset by 15 % of full scale
 // chose over_est 0.5 and its table lost 4-7 dB on scenes. From 0.1 % of
 // full scale on, the fit works on the take less each channel's mean
-// (rounded); smaller offsets are harmless and left.
-struct CentredTake {
-    Take take;
-    std::vector<int16_t> samples;
-    long offset[2] = {0, 0};
-};
-
-CentredTake without_offset(const Take &given) {
-    CentredTake c{given, {}, {}};
-    if (given.frames == 0) return c;
+// (rounded); smaller offsets are harmless and left. Returns that mean, or
+// {0, 0} when it is left.
+std::array<long, 2> dc_offset(const Take &take) {
+    std::array<long, 2> offset{};
+    if (take.frames == 0) return offset;
     for (int ch = 0; ch < 2; ++ch) {
         int64_t sum = 0;
-        for (std::size_t n = 0; n < given.frames; ++n) sum += given.samples[2 * n + ch];
-        c.offset[ch] = std::lround(static_cast<double>(sum) / static_cast<double>(given.frames));
+        for (std::size_t n = 0; n < take.frames; ++n) sum += take.samples[2 * n + ch];
+        offset[ch] = std::lround(static_cast<double>(sum) / static_cast<double>(take.frames));
     }
-    if (std::max(std::labs(c.offset[0]), std::labs(c.offset[1])) < kRemovedOffset) {
-        c.offset[0] = c.offset[1] = 0;
-        return c;
-    }
-    c.samples.resize(2 * given.frames);
-    for (std::size_t i = 0; i < c.samples.size(); ++i)
-        c.samples[i] = static_cast<int16_t>(std::clamp<long>(given.samples[i] - c.offset[i % 2], -32768, 32767));
-    c.take.samples = c.samples.data();
-    return c;
+    if (std::max(std::labs(offset[0]), std::labs(offset[1])) < kRemovedOffset) return {0, 0};
+    return offset;
 }
 
-void warn_about_offset(const CentredTake &c, FitReport &r) {
-    if (c.offset[0] == 0 && c.offset[1] == 0) return;
+// `take` less `offset`, its samples held in `centred`.
+void take_out(const std::array<long, 2> &offset, Take &take, std::vector<int16_t> &centred) {
+    centred.resize(2 * take.frames);
+    for (std::size_t i = 0; i < centred.size(); ++i)
+        centred[i] = static_cast<int16_t>(std::clamp<long>(take.samples[i] - offset[i % 2], -32768, 32767));
+    take.samples = centred.data();
+}
+
+void warn_about_offset(const std::array<long, 2> &offset, FitReport &r) {
+    if (offset[0] == 0 && offset[1] == 0) return;
     char m[200];
     std::snprintf(m, sizeof m,
                   "the take has a DC offset (left %ld, right %ld of 32768); it was taken out before fitting",
-                  c.offset[0], c.offset[1]);
+                  offset[0], offset[1]);
     r.warnings.push_back(m);
 }
 
@@ -690,8 +687,10 @@ bool FitReport::split_drive() const {
 
 FitResult fit_table(const Take &given, const st_vorl_tbl &base, const FitOptions &options) {
     if (given.words.empty()) throw FitError("the drive log is empty: nothing to fit");
-    const CentredTake centred = without_offset(given);
-    const Take &take = centred.take;
+    Take take = given;
+    std::vector<int16_t> centred;
+    const std::array<long, 2> offset = dc_offset(given);
+    if (offset[0] != 0 || offset[1] != 0) take_out(offset, take, centred);
     FitResult result;
     FitReport &r = result.report;
     r.rate = take.rate;
@@ -700,7 +699,7 @@ FitResult fit_table(const Take &given, const st_vorl_tbl &base, const FitOptions
     r.quiet_frames = fitter.quiet().frames;
     st_vorl_tbl table = fitter.fit_curves(-1, true, kNoCap);
     check_take(take, fitter, r);
-    warn_about_offset(centred, r);
+    warn_about_offset(offset, r);
     const double level_db = drive_level_dbfs(take);
     warn_about_take(take, level_db, fitter, table.st_vorl, r);
     // The detector's verdict means nothing on a take too faint for its
