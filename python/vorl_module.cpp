@@ -62,9 +62,10 @@ std::vector<vorl::DriveWords> words_of(const py::object &drive) {
 }
 
 // Runs a recording as `vorl process` does (time-aligned, as long as the
-// input); with `gains`, also the suppression gain of every block: gains[b]
-// is the gain of the frame made of input blocks b and b+1, centred on input
-// frame 256*(b+1).
+// input). Returns (output, gains, warnings): with `gains`, the suppression
+// gain of every block (gains[b] is the gain of the frame made of input
+// blocks b and b+1, centred on input frame 256*(b+1)), else None; and what
+// the tool would warn of in the input.
 py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
                    double strength, bool prime, bool gains) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
@@ -79,6 +80,8 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
     py::array_t<float> gain({blocks, py::ssize_t{2}, kBins});
     int16_t *next = out.mutable_data();
     float *g = gain.mutable_data();
+    py::list warnings;
+    std::string polarity;
     {
         py::gil_scoped_release unlocked;
         vorl::EngineStream stream(session, schedule, 48000, dc_cut, false, [&](const int16_t *s, std::size_t n) {
@@ -94,9 +97,10 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
             });
         stream.push(audio.data(), static_cast<std::size_t>(frames));
         stream.finish();
+        polarity = stream.input_check().polarity_warning();
     }
-    if (!gains) return std::move(out);
-    return py::make_tuple(out, gain);
+    if (!polarity.empty()) warnings.append(polarity);
+    return py::make_tuple(out, gains ? py::object(gain) : py::none(), warnings);
 }
 
 // The drive words the tool detects when it is given none (vorl process

@@ -40,6 +40,17 @@ def test_process_is_the_tools_output(demo, tmp_path):
     assert during[:, 10:100].mean() < idle[:, 10:100].mean()
 
 
+def test_process_warns_of_an_inverted_channel(demo, recwarn):
+    audio, _ = vorl.read_audio(demo / "noisy.wav")
+    drive = vorl.read_drive(demo / "drive.txt")
+    vorl.process(audio, drive)
+    assert not [w for w in recwarn if issubclass(w.category, vorl.InputWarning)]
+    inverted = audio.copy()
+    inverted[:, 1] = np.clip(-audio[:, 1].astype(np.int32), -32768, 32767)
+    with pytest.warns(vorl.InputWarning, match="opposite polarity"):
+        vorl.process(inverted, drive)
+
+
 def test_tables_convert_and_check(tmp_path):
     table = vorl.default_table()
     assert len(table) == vorl.TABLE_BYTES and vorl.check_table(table) == []

@@ -15,6 +15,7 @@ A block is 256 frames; drive row b ("zoom af wind") describes input block b
 import json
 import os
 import tempfile
+import warnings
 
 import numpy as np
 
@@ -22,9 +23,14 @@ from ._vorl import (BLOCK_FRAMES, DELAY_FRAMES, TABLE_BYTES, Error, check_table,
                     table_from_json, table_to_json)
 from . import _vorl
 
-__all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "process", "read_audio", "read_drive",
-           "drive_from_ranges", "default_table", "read_table", "write_table", "check_table", "seal_table",
+__all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "InputWarning", "process", "read_audio",
+           "read_drive", "drive_from_ranges", "default_table", "read_table", "write_table", "check_table", "seal_table",
            "table_to_json", "table_from_json", "table_to_dict", "table_from_dict", "detect", "fit"]
+
+
+class InputWarning(UserWarning):
+    """A fault of the recording chain that changes what the noise reducer
+    does (a channel in opposite polarity), as ``vorl process`` warns of it."""
 
 
 def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False, prime=True):
@@ -39,11 +45,16 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     With gains=True also returns the suppression gain per block, shape
     (blocks, 2, 256) (channel, bin; bin k is k * rate / 512 Hz): gains[b] is
     the gain of the frame made of input blocks b and b+1, centred on frame
-    256 * (b + 1)."""
+    256 * (b + 1).
+
+    Warns (InputWarning) of what the tool warns of in its input."""
     audio = np.asarray(audio)
     if audio.dtype != np.int16:
         raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
-    return _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains)
+    out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains)
+    for problem in problems:
+        warnings.warn(problem, InputWarning, stacklevel=2)
+    return (out, gain) if gains else out
 
 
 def read_audio(path):

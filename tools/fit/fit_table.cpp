@@ -15,6 +15,7 @@
 #include "drive_detector.h"
 #include "engine_run.h"
 #include "heldout_score.h"
+#include "recording_faults.h"
 #include "table_checksum.h"
 #include "table_curves.h"
 #include "table_rules.h"
@@ -70,8 +71,6 @@ constexpr uint8_t kWindBins = 2;
 // lost 0.2 dB at -80 and 0.7-1.3 dB at -90.
 constexpr double kFaintDriveDbfs = -75.0;
 constexpr int kLowBandBins[2] = {1, 5};    // 94-470 Hz
-constexpr double kInvertedCoherence = -0.5;
-constexpr long kRemovedOffset = 33;  // 0.1 % of full scale
 
 bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
 
@@ -458,7 +457,7 @@ bool warn_about_polarity(const BinStats &quiet, FitReport &r) {
         right += quiet.right[i];
     }
     const double coherence = left > 0.0 && right > 0.0 ? cross / std::sqrt(left * right) : 0.0;
-    if (coherence >= kInvertedCoherence) return false;
+    if (coherence >= kInvertedCorrelation) return false;
     char m[320];
     std::snprintf(m, sizeof m,
                   "the room sounds in opposite polarity in the two channels below 470 Hz (correlation %.2f): one "
@@ -658,7 +657,7 @@ std::array<long, 2> dc_offset(const Take &take) {
         for (std::size_t n = 0; n < take.frames; ++n) sum += take.samples[2 * n + ch];
         offset[ch] = std::lround(static_cast<double>(sum) / static_cast<double>(take.frames));
     }
-    if (std::max(std::labs(offset[0]), std::labs(offset[1])) < kRemovedOffset) return {0, 0};
+    if (std::max(std::labs(offset[0]), std::labs(offset[1])) < kNoticeableOffset) return {0, 0};
     return offset;
 }
 

@@ -1,6 +1,9 @@
 #include "input_check.h"
 
 #include <cmath>
+#include <cstdio>
+
+#include "recording_faults.h"
 
 namespace vorl {
 
@@ -42,6 +45,17 @@ double InputCheck::low_band_correlation() const {
         power_[1] < kLeastPower * static_cast<double>(frames_))
         return 0.0;
     return cross_ / std::sqrt(power_[0] * power_[1]);
+}
+
+std::string InputCheck::polarity_warning() const {
+    const double c = low_band_correlation();
+    if (c >= kInvertedCorrelation) return {};
+    char m[240];
+    std::snprintf(m, sizeof m,
+                  "the channels are in opposite polarity below 470 Hz between drives (correlation %.2f): one seems "
+                  "inverted, and then far sound reads as motor noise during drives; check the recording chain",
+                  c);
+    return m;
 }
 
 }  // namespace vorl

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace vorl {
 
@@ -24,6 +25,9 @@ public:
     // Correlation of the channels from 94 to 470 Hz between drives; 0 when
     // that band held (next to) nothing.
     double low_band_correlation() const;
+    // What to tell the user when that correlation shows one channel
+    // inverted; empty otherwise.
+    std::string polarity_warning() const;
 
 private:
     int64_t frames_ = 0, sum_[2] = {0, 0};

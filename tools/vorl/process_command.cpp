@@ -22,6 +22,7 @@
 #include "host_session.h"
 #include "pending_file.h"
 #include "progress.h"
+#include "recording_faults.h"
 #include "rate_bridge.h"
 #include "recordings.h"
 #include "table_checksum.h"
@@ -35,8 +36,6 @@ namespace {
 
 constexpr int kTunedRate = 48000;
 constexpr std::size_t kReadFrames = 16384;  // per engine push
-constexpr double kReportedOffset = 33.0;  // 0.1 % of full scale
-constexpr double kInvertedCorrelation = -0.5;
 
 const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
@@ -358,7 +357,7 @@ int report_learning(const Options &o, HostSession &session, const EngineStream &
             // An offset adds to every period's power, so no reference is
             // quiet and no drive looks like motor noise alone.
             const InputCheck &input = engine.input_check();
-            if (std::max(std::abs(input.offset(0)), std::abs(input.offset(1))) >= kReportedOffset) {
+            if (std::max(std::abs(input.offset(0)), std::abs(input.offset(1))) >= kNoticeableOffset) {
                 char m[200];
                 std::snprintf(m, sizeof m,
                               "%s has a DC offset (left %.0f, right %.0f of 32768), which the learning tests take "
@@ -530,15 +529,7 @@ int run_process(int argc, char **argv, int first) {
                       " output sample(s) at full scale where the input was not (the noise reducer saturates there)");
         if (bridge && bridge->output_clipped() > 0)
             cli::warn(std::to_string(bridge->output_clipped()) + " output sample(s) clipped after resampling back");
-        if (const double c = engine.input_check().low_band_correlation(); c < kInvertedCorrelation) {
-            char m[320];
-            std::snprintf(m, sizeof m,
-                          "%s: the channels are in opposite polarity below 470 Hz between drives (correlation %.2f): "
-                          "one seems inverted, and then far sound reads as motor noise during drives; check the "
-                          "recording chain",
-                          in.name().c_str(), c);
-            cli::warn(m);
-        }
+        if (const std::string p = engine.input_check().polarity_warning(); !p.empty()) cli::warn(in.name() + ": " + p);
         if (frames != in.frames())  // the length became known, or proved shorter, only now
             for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
