@@ -15,6 +15,7 @@
 #include "default_table.h"
 #include "engine_run.h"
 #include "fit_table.h"
+#include "table_checksum.h"
 #include "table_curves.h"
 #include "table_rules.h"
 
@@ -76,6 +77,11 @@ st_vorl_tbl builtin() {
     st_vorl_tbl t;
     std::memcpy(&t, vorl::kDefaultTable, sizeof t);
     return t;
+}
+
+bool any_warning(const vorl::fit::FitReport &r, const std::string &part) {
+    return std::any_of(r.warnings.begin(), r.warnings.end(),
+                       [&](const std::string &w) { return w.find(part) != std::string::npos; });
 }
 
 // The difference model's true ratio at bin i for the given channel: motor
@@ -168,6 +174,22 @@ TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {
     const st_vorl &p = vorl::fit::fit_table(g.take, base, quick).table.st_vorl;
     EXPECT_EQ(p.over_est_af, base.st_vorl.over_est_af);
     EXPECT_EQ(p.over_est_af_sm_coef, base.st_vorl.over_est_af_sm_coef);
+}
+
+// A base table with the zoom-noise estimate off during drives keeps the fit
+// from doing anything; the fit says so rather than hand on a table that
+// removes nothing.
+TEST(FitTable, WarnsWhenTheBaseTableLeavesTheFitUnused) {
+    const GeneratedTake g(2.5);
+    vorl::fit::FitOptions scored;
+    scored.choose_suppression = false;
+    EXPECT_FALSE(any_warning(vorl::fit::fit_table(g.take, builtin(), scored).report, "removes only"));
+    st_vorl_tbl off = builtin();
+    off.st_vorl.zn_proc_flag = 0;
+    vorl::tablekit::seal(off);
+    const auto r = vorl::fit::fit_table(g.take, off, scored).report;
+    EXPECT_TRUE(any_warning(r, "zn_proc_flag 0x0"));
+    EXPECT_TRUE(any_warning(r, "removes only 0.0 dB"));
 }
 
 TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {
@@ -274,11 +296,6 @@ TEST(FitTable, WarnsWhenTheDriveDetectorWouldMissTheMotor) {
     };
     EXPECT_EQ(detector_warnings(-0.5), 0);
     EXPECT_EQ(detector_warnings(0.9), 1);
-}
-
-bool any_warning(const vorl::fit::FitReport &r, const std::string &part) {
-    return std::any_of(r.warnings.begin(), r.warnings.end(),
-                       [&](const std::string &w) { return w.find(part) != std::string::npos; });
 }
 
 // A log 40 blocks (0.2 s) late leaves the start of the drives the detector

@@ -70,6 +70,9 @@ constexpr uint8_t kWindBins = 2;
 // scaled down on one of the tuning cameras fitted alike down to -70 dBFS,
 // lost 0.2 dB at -80 and 0.7-1.3 dB at -90.
 constexpr double kFaintDriveDbfs = -75.0;
+// Fitted tables score 3-12 dB on the kit's takes; under this one does
+// next to nothing.
+constexpr double kLeastUsefulDb = 1.0;
 constexpr int kLowBandBins[2] = {1, 5};    // 94-470 Hz
 
 bool is_zoom(FrameKind k) { return k == FrameKind::zoom_in || k == FrameKind::zoom_out; }
@@ -678,6 +681,26 @@ void warn_about_offset(const std::array<long, 2> &offset, FitReport &r) {
     r.warnings.push_back(m);
 }
 
+// A base table may switch off what the fit sets; the fitted values are then
+// kept but take no effect, and the table removes next to nothing.
+void warn_about_base(const st_vorl &base, const Suppression &chosen, FitReport &r) {
+    char m[240];
+    if ((base.zn_proc_flag & 2u) == 0) {
+        std::snprintf(m, sizeof m,
+                      "the base table leaves the zoom-noise estimate off during zoom drives (zn_proc_flag 0x%x): the "
+                      "fitted curve takes no effect; set bit 1 (zn_proc_flag 2) to use it",
+                      base.zn_proc_flag);
+        r.warnings.push_back(m);
+    }
+    if (chosen.score_db < kLeastUsefulDb) {
+        std::snprintf(m, sizeof m,
+                      "the fitted table removes only %.1f dB of the motor on the take's held-out drives: check the "
+                      "base table's switches and processing range, and the take",
+                      std::fabs(chosen.score_db) < 0.05 ? 0.0 : chosen.score_db);  // no "-0.0"
+        r.warnings.push_back(m);
+    }
+}
+
 }  // namespace
 
 bool FitReport::split_drive() const {
@@ -754,6 +777,7 @@ FitResult fit_table(const Take &given, const st_vorl_tbl &base, const FitOptions
         r.af_over_est = kAfOverEst;
     }
     warn_about_coherent_bands(table.st_vorl, r);
+    warn_about_base(b, r.chosen, r);
     table.st_vorl.wind_nr_proc_bias = kWindOverEst;
     table.st_vorl.wind_nr_proc_freq = kWindBins;
     tablekit::seal(table);
