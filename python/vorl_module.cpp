@@ -42,6 +42,19 @@ st_vorl_tbl table_of(const py::object &table) {
     return t;
 }
 
+// As `vorl process` takes a table file: one that breaks a rule is refused
+// unless forced; a damaged one (wrong checksum) the library refuses itself.
+st_vorl_tbl usable_table(const py::object &table, bool force) {
+    const st_vorl_tbl t = table_of(table);
+    if (force || vorl::tablekit::checksum(t) != t.check_sum) return t;
+    if (const auto broken = vorl::tablekit::check_table_rules(t); !broken.empty())
+        throw vorl::cli::Failure(vorl::cli::kExitInput,
+                                 "table: breaks " + std::to_string(broken.size()) + " table rule(s), first " +
+                                     broken.front().where + ": " + broken.front().problem +
+                                     " (check_table lists them); force=True uses it anyway");
+    return t;
+}
+
 py::bytes bytes_of(const st_vorl_tbl &t) { return py::bytes(reinterpret_cast<const char *>(&t), sizeof t); }
 
 // Drive words per block, checked as the tool checks a drive file.
@@ -67,11 +80,11 @@ std::vector<vorl::DriveWords> words_of(const py::object &drive) {
 // blocks b and b+1, centred on input frame 256*(b+1)), else None; and what
 // the tool would warn of in the input.
 py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
-                   double strength, bool prime, bool gains) {
+                   double strength, bool prime, bool gains, bool force) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
     if (!(strength >= 0.0 && strength <= 1.0)) throw py::value_error("strength must be between 0 and 1");
     const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
-    vorl::HostSession session(table_of(table), table.is_none() ? "built-in table" : "table", pulse);
+    vorl::HostSession session(usable_table(table, force), table.is_none() ? "built-in table" : "table", pulse);
     if (schedule.has_af()) session.follow_autofocus_word();
 
     const py::ssize_t frames = audio.shape(0);
@@ -207,7 +220,8 @@ PYBIND11_MODULE(_vorl, m) {
     m.attr("DELAY_FRAMES") = kDelay;
     m.attr("TABLE_BYTES") = sizeof(st_vorl_tbl);
     m.def("process", &process, py::arg("audio"), py::arg("drive") = py::none(), py::arg("table") = py::none(),
-          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("prime") = true, py::arg("gains") = false);
+          py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("prime") = true, py::arg("gains") = false,
+          py::arg("force") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);

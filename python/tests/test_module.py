@@ -87,6 +87,13 @@ def test_bad_input_is_refused_with_words(tmp_path):
     damaged[8] ^= 1
     with pytest.raises(vorl.Error, match="checksum"):
         vorl.process(audio, table=bytes(damaged))
+    fields = vorl.table_to_dict(vorl.default_table())
+    fields["st_vorl"]["nr_proc_min_freq_bin"] = 200  # an empty processing range
+    fields["st_vorl"]["nr_proc_max_freq_bin"] = 10
+    broken = vorl.table_from_dict(fields)
+    with pytest.raises(vorl.Error, match="nr_proc_min_freq_bin.*force=True"):
+        vorl.process(audio, table=broken)
+    assert vorl.process(audio, table=broken, force=True).shape == audio.shape
     (tmp_path / "short.tbl").write_bytes(b"x" * 10)
     with pytest.raises(vorl.Error, match="short.tbl: not a tuning table"):
         vorl.read_table(tmp_path / "short.tbl")
@@ -109,3 +116,7 @@ def test_fit_is_the_tools_table(demo, tmp_path):
     assert "coef L" in report
     with pytest.raises(vorl.Error, match="no zoom drive"):
         vorl.fit(audio, np.zeros_like(drive), quick=True)
+    damaged = bytearray(table)
+    damaged[300] ^= 0xFF
+    with pytest.raises(vorl.Error, match="base table is damaged"):
+        vorl.fit(audio, drive, base=bytes(damaged), quick=True)

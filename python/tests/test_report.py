@@ -54,6 +54,27 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr
 
 
+def test_report_draws_a_table_that_breaks_a_rule_and_refuses_a_damaged_one(tmp_path):
+    with wave.open(str(tmp_path / "quiet.wav"), "wb") as w:
+        w.setnchannels(2)
+        w.setsampwidth(2)
+        w.setframerate(48000)
+        w.writeframes(bytes(4 * 48000))
+    fields = vorl.table_to_dict(vorl.default_table())
+    fields["st_vorl"]["nr_proc_min_freq_bin"], fields["st_vorl"]["nr_proc_max_freq_bin"] = 200, 10
+    vorl.write_table(tmp_path / "broken.tbl", vorl.table_from_dict(fields))
+    drawn = run_tool("report", tmp_path / "quiet.wav", "--table", tmp_path / "broken.tbl", tmp_path / "r")
+    assert "broken.tbl: breaks 1 table rule(s), first nr_proc_min_freq_bin" in drawn.stderr
+    assert (tmp_path / "r" / "gain.png").exists()
+
+    damaged = bytearray(vorl.default_table())
+    damaged[300] ^= 0xFF
+    (tmp_path / "damaged.tbl").write_bytes(bytes(damaged))
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", tmp_path / "quiet.wav", "--table", tmp_path / "damaged.tbl", tmp_path / "d")
+    assert failed.value.returncode == 2 and "damaged.tbl: checksum wrong" in failed.value.stderr
+
+
 def test_report_reads_a_cameras_video_and_says_when_the_drive_file_is_short(demo, tmp_path):
     ffmpeg = shutil.which("ffmpeg")
     if ffmpeg is None:

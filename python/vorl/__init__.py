@@ -33,14 +33,16 @@ class InputWarning(UserWarning):
     does (a channel in opposite polarity), as ``vorl process`` warns of it."""
 
 
-def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False, prime=True):
+def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False, prime=True,
+            force=False):
     """Runs `audio` (int16, shape (frames, 2)) through the library as
     ``vorl process`` does and returns the time-aligned output, bit for bit
     the tool's. `drive`: drive words per block, shape (blocks, 3), columns
     zoom (0 idle, 1 zoom-in, 2 zoom-out), af, wind; blocks past its end are
     idle. `table`: table bytes (default: the built-in table). `pulse`,
     `dc_cut` and `strength` are the tool's --pulse, --dc-cut and --strength;
-    prime=False is its --no-prime.
+    prime=False is its --no-prime. A table that breaks a rule of check_table
+    raises Error unless force=True (the tool's --force).
 
     With gains=True also returns the suppression gain per block, shape
     (blocks, 2, 256) (channel, bin; bin k is k * rate / 512 Hz): gains[b] is
@@ -51,7 +53,7 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     audio = np.asarray(audio)
     if audio.dtype != np.int16:
         raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
-    out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains)
+    out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains, force)
     for problem in problems:
         warnings.warn(problem, InputWarning, stacklevel=2)
     return (out, gain) if gains else out

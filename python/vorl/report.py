@@ -268,7 +268,16 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
               f"({len(noisy) / rate:.2f} s); "
               + ("the blocks past the file's end are idle" if len(drive) < blocks
                  else "the lines past the recording's end are unused"), file=sys.stderr)
-    own, gains = vorl.process(noisy, drive, table, gains=True)
+    # A table that breaks a rule is drawn as the library runs it, with a
+    # warning: the report is where one looks at what such a table does.
+    broken = vorl.check_table(table) if table else []
+    if any(where == "check_sum" for where, _ in broken):
+        raise vorl.Error(f"{table_path}: checksum wrong, the tuning table is damaged (vorl table check shows more)")
+    if broken:
+        where, problem = broken[0]
+        print(f"vorl: warning: {table_path}: breaks {len(broken)} table rule(s), first {where}: {problem} "
+              f"(see: vorl table check {table_path}); drawn as the library runs it", file=sys.stderr)
+    own, gains = vorl.process(noisy, drive, table, gains=True, force=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)
         if processed_rate != rate or len(processed) != len(noisy):

@@ -169,6 +169,7 @@ TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {
     const GeneratedTake g(3.0);
     st_vorl_tbl base = builtin();
     base.st_vorl.zn_proc_flag |= 1u;
+    vorl::tablekit::seal(base);
     vorl::fit::FitOptions quick;
     quick.choose_suppression = quick.compare_learning = false;
     const st_vorl &p = vorl::fit::fit_table(g.take, base, quick).table.st_vorl;
@@ -176,20 +177,33 @@ TEST(FitTable, KeepsTheIdleBlendWhenTheBaseProcessesIdleBlocks) {
     EXPECT_EQ(p.over_est_af_sm_coef, base.st_vorl.over_est_af_sm_coef);
 }
 
-// A base table with the zoom-noise estimate off during drives keeps the fit
-// from doing anything; the fit says so rather than hand on a table that
-// removes nothing.
-TEST(FitTable, WarnsWhenTheBaseTableLeavesTheFitUnused) {
+// The fitted table is sealed anew, so a damaged base or one that breaks a
+// rule is refused rather than passed on as sound. A base with the
+// zoom-noise estimate off during drives keeps the fit from doing anything;
+// the fit says so rather than hand on a table that removes nothing.
+TEST(FitTable, ChecksTheBaseTable) {
     const GeneratedTake g(2.5);
     vorl::fit::FitOptions scored;
     scored.choose_suppression = false;
     EXPECT_FALSE(any_warning(vorl::fit::fit_table(g.take, builtin(), scored).report, "removes only"));
     st_vorl_tbl off = builtin();
     off.st_vorl.zn_proc_flag = 0;
+    EXPECT_THROW(vorl::fit::fit_table(g.take, off, scored), FitError);  // checksum
     vorl::tablekit::seal(off);
     const auto r = vorl::fit::fit_table(g.take, off, scored).report;
     EXPECT_TRUE(any_warning(r, "zn_proc_flag 0x0"));
     EXPECT_TRUE(any_warning(r, "removes only 0.0 dB"));
+
+    st_vorl_tbl empty_range = builtin();
+    empty_range.st_vorl.nr_proc_min_freq_bin = 200;
+    empty_range.st_vorl.nr_proc_max_freq_bin = 10;
+    vorl::tablekit::seal(empty_range);
+    try {
+        vorl::fit::fit_table(g.take, empty_range, scored);
+        ADD_FAILURE() << "a base breaking a rule was taken";
+    } catch (const FitError &e) {
+        EXPECT_NE(std::string(e.what()).find("nr_proc_min_freq_bin"), std::string::npos) << e.what();
+    }
 }
 
 TEST(FitTable, ChosenTablePassesEveryRuleAndAcceptsLaterLearning) {
