@@ -20,6 +20,7 @@
 
 #include "default_table.h"
 #include "stream_runner.h"
+#include "table_rules.h"
 
 #define VORL_LV2_URI "urn:libvorl:vorl"
 #define VORL_LV2_TABLE VORL_LV2_URI "#table"
@@ -89,7 +90,8 @@ const char *status_words(int32_t status) {
 }
 
 // Reads a table file and makes the library's checks (size, checksum,
-// version); false with the problem in words.
+// version), then the table kit's rules, as "vorl process" does without
+// --force; false with the problem in words.
 bool read_table_file(const char *path, st_vorl_tbl &t, char (&problem)[256]) {
     std::FILE *f = std::fopen(path, "rb");
     if (f == nullptr) {
@@ -105,8 +107,15 @@ bool read_table_file(const char *path, st_vorl_tbl &t, char (&problem)[256]) {
         return false;
     }
     const int32_t status = StreamRunner::check(t);
-    if (status != VORL_OK) std::snprintf(problem, sizeof problem, "%s", status_words(status));
-    return status == VORL_OK;
+    if (status != VORL_OK) {
+        std::snprintf(problem, sizeof problem, "%s", status_words(status));
+        return false;
+    }
+    const auto broken = vorl::tablekit::check_table_rules(t);
+    if (!broken.empty())
+        std::snprintf(problem, sizeof problem, "breaks %zu table rule(s), first %s: %s (see: vorl table check)",
+                      broken.size(), broken.front().where.c_str(), broken.front().problem.c_str());
+    return broken.empty();
 }
 
 // Loads a table file into the runner (threads where blocking is allowed).

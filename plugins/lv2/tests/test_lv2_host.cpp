@@ -21,6 +21,7 @@
 #include <lv2/worker/worker.h>
 
 #include "table_builder.h"
+#include "table_checksum.h"
 
 namespace {
 
@@ -162,12 +163,17 @@ protected:
         ASSERT_NE(lib_, nullptr) << dlerror();
         st_vorl_tbl t = vorl::tablekit::reference_table();
         write(table_, &t, sizeof t);
+        st_vorl_tbl broken = t;
+        broken.st_vorl.nr_proc_min_freq_bin = 200;  // an empty processing range
+        broken.st_vorl.nr_proc_max_freq_bin = 10;
+        vorl::tablekit::seal(broken);
+        write(broken_, &broken, sizeof broken);
         t.st_vorl.over_est += 1.0f;  // checksum now wrong
         write(damaged_, &t, sizeof t);
         write(short_, &t, 100);
     }
     void TearDown() override {
-        for (const std::string &p : {table_, damaged_, short_}) std::remove(p.c_str());
+        for (const std::string &p : {table_, damaged_, short_, broken_}) std::remove(p.c_str());
         dlclose(lib_);
     }
     static void write(const std::string &path, const void *data, std::size_t size) {
@@ -179,7 +185,7 @@ protected:
     void *lib_ = nullptr;
     const std::string dir_ = ::testing::TempDir();
     const std::string table_ = dir_ + "/lv2_reference.tbl", damaged_ = dir_ + "/lv2_damaged.tbl",
-                      short_ = dir_ + "/lv2_short.tbl";
+                      short_ = dir_ + "/lv2_short.tbl", broken_ = dir_ + "/lv2_broken.tbl";
 };
 
 TEST_F(Lv2Host, TablePathIsLoadedAnnouncedKeptInStateAndCheckedFirst) {
@@ -216,8 +222,9 @@ TEST_F(Lv2Host, TablePathIsLoadedAnnouncedKeptInStateAndCheckedFirst) {
               LV2_STATE_SUCCESS);
     EXPECT_EQ(restored.process(), with_table);
 
-    // A damaged or truncated table file leaves the built-in table in use.
-    for (const std::string *bad : {&damaged_, &short_}) {
+    // A damaged or truncated table file, or one that breaks a rule, leaves
+    // the built-in table in use.
+    for (const std::string *bad : {&damaged_, &short_, &broken_}) {
         Host refused(lib_);
         refused.message(bad);
         refused.run_frames(nullptr, nullptr, 0);
