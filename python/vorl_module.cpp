@@ -48,10 +48,8 @@ st_vorl_tbl usable_table(const py::object &table, bool force) {
     const st_vorl_tbl t = table_of(table);
     if (force || vorl::tablekit::checksum(t) != t.check_sum) return t;
     if (const auto broken = vorl::tablekit::check_table_rules(t); !broken.empty())
-        throw vorl::cli::Failure(vorl::cli::kExitInput,
-                                 "table: breaks " + std::to_string(broken.size()) + " table rule(s), first " +
-                                     broken.front().where + ": " + broken.front().problem +
-                                     " (check_table lists them); force=True uses it anyway");
+        throw vorl::cli::Failure(vorl::cli::kExitInput, "table: " + vorl::tablekit::summarise(broken) +
+                                                            " (check_table lists them); force=True uses it anyway");
     return t;
 }
 
@@ -93,7 +91,6 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
     py::array_t<float> gain({blocks, py::ssize_t{2}, kBins});
     int16_t *next = out.mutable_data();
     float *g = gain.mutable_data();
-    py::list warnings;
     std::string polarity;
     {
         py::gil_scoped_release unlocked;
@@ -112,6 +109,7 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
         stream.finish();
         polarity = stream.input_check().polarity_warning();
     }
+    py::list warnings;
     if (!polarity.empty()) warnings.append(polarity);
     return py::make_tuple(out, gains ? py::object(gain) : py::none(), warnings);
 }

@@ -113,8 +113,7 @@ bool read_table_file(const char *path, st_vorl_tbl &t, char (&problem)[256]) {
     }
     const auto broken = vorl::tablekit::check_table_rules(t);
     if (!broken.empty())
-        std::snprintf(problem, sizeof problem, "breaks %zu table rule(s), first %s: %s (see: vorl table check)",
-                      broken.size(), broken.front().where.c_str(), broken.front().problem.c_str());
+        std::snprintf(problem, sizeof problem, "%s (see: vorl table check)", vorl::tablekit::summarise(broken).c_str());
     return broken.empty();
 }
 

@@ -275,7 +275,8 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
         raise vorl.Error(f"{table_path}: checksum wrong, the tuning table is damaged (vorl table check shows more)")
     if broken:
         where, problem = broken[0]
-        print(f"vorl: warning: {table_path}: breaks {len(broken)} table rule(s), first {where}: {problem} "
+        rules = "rule" if len(broken) == 1 else "rules"
+        print(f"vorl: warning: {table_path}: breaks {len(broken)} table {rules}, first {where}: {problem} "
               f"(see: vorl table check {table_path}); drawn as the library runs it", file=sys.stderr)
     own, gains = vorl.process(noisy, drive, table, gains=True, force=True)
     if processed_path:

@@ -712,8 +712,7 @@ FitResult fit_table(const Take &given, const st_vorl_tbl &base, const FitOptions
     // fitted table is sealed anew, so a damaged base would pass for sound.
     if (tablekit::checksum(base) != base.check_sum) throw FitError("the base table is damaged (checksum wrong)");
     if (const auto broken = tablekit::check_table_rules(base); !broken.empty())
-        throw FitError("the base table breaks " + std::to_string(broken.size()) + " table rule(s), first " +
-                       broken.front().where + ": " + broken.front().problem + "; a base table must pass every rule");
+        throw FitError("the base table " + tablekit::summarise(broken) + "; a base table must pass every rule");
     if (given.words.empty()) throw FitError("the drive log is empty: nothing to fit");
     Take take = given;
     std::vector<int16_t> centred;

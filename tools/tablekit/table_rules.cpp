@@ -244,4 +244,9 @@ std::vector<Violation> check_table_rules(const st_vorl_tbl &t) {
     return out;
 }
 
+std::string summarise(const std::vector<Violation> &broken) {
+    return "breaks " + std::to_string(broken.size()) + " table rule" + (broken.size() == 1 ? "" : "s") + ", first " +
+           broken.front().where + ": " + broken.front().problem;
+}
+
 }  // namespace vorl::tablekit

@@ -18,6 +18,10 @@ struct Violation {
 
 std::vector<Violation> check_table_rules(const st_vorl_tbl &t);
 
+// "breaks N table rule(s), first WHERE: PROBLEM", for a list that is not
+// empty; each caller names the table and says what follows.
+std::string summarise(const std::vector<Violation> &broken);
+
 // One node of the zoom-noise curve outside the bounds of the library's
 // save-time plausibility check.
 struct CurveFault {

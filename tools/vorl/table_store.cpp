@@ -58,8 +58,7 @@ void write_table(const std::string &path, const st_vorl_tbl &t) {
 std::string broken_rules(const std::string &path, const st_vorl_tbl &t) {
     const auto broken = tablekit::check_table_rules(t);
     if (broken.empty()) return {};
-    return cli::input_name(path) + ": breaks " + std::to_string(broken.size()) + " table rule" + (broken.size() == 1 ? "" : "s") +
-           ", first " + broken.front().where + ": " + broken.front().problem + " (see: vorl table check " + path + ")";
+    return cli::input_name(path) + ": " + tablekit::summarise(broken) + " (see: vorl table check " + path + ")";
 }
 
 st_vorl_tbl default_table() {
