@@ -2,7 +2,8 @@
 // Stereo in and out, the drive words and the strength as control ports, the
 // latency reported on its own port, and the tuning table as a path
 // parameter (loaded by the host's worker thread, kept in the plugin state);
-// without one, the built-in table.
+// without one, the built-in table. Problems go to the host's log, or to
+// standard error when the host keeps none.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,8 @@
 #include <lv2/atom/forge.h>
 #include <lv2/atom/util.h>
 #include <lv2/core/lv2.h>
+#include <lv2/log/log.h>
+#include <lv2/log/logger.h>
 #include <lv2/patch/patch.h>
 #include <lv2/state/state.h>
 #include <lv2/urid/urid.h>
@@ -55,6 +58,7 @@ struct Plugin {
     void *ports[kPortCount] = {};
     LV2_URID_Map *map = nullptr;
     LV2_Worker_Schedule *schedule = nullptr;
+    LV2_Log_Logger logger{};         // falls back to standard error
     Uris uris{};
     LV2_Atom_Forge forge{};
 
@@ -122,7 +126,7 @@ bool load_file(Plugin &p, const char *path) {
     char problem[256];
     st_vorl_tbl t;
     if (!read_table_file(path, t, problem)) {
-        std::fprintf(stderr, "vorl.lv2: %s: %s; keeping the previous table\n", path, problem);
+        lv2_log_error(&p.logger, "vorl.lv2: %s: %s; keeping the previous table\n", path, problem);
         return false;
     }
     p.runner.load(t);
@@ -131,21 +135,26 @@ bool load_file(Plugin &p, const char *path) {
 }
 
 LV2_Handle instantiate(const LV2_Descriptor *, double rate, const char *, const LV2_Feature *const *features) {
-    if (rate != 48000.0)
-        std::fprintf(stderr, "vorl.lv2: running at %.0f Hz; tuning tables are made for 48000 Hz\n", rate);
     auto *p = new (std::nothrow) Plugin;
     if (p == nullptr) return nullptr;
+    LV2_Log_Log *log = nullptr;
     for (int i = 0; features[i] != nullptr; ++i) {
         if (std::strcmp(features[i]->URI, LV2_URID__map) == 0)
             p->map = static_cast<LV2_URID_Map *>(features[i]->data);
         else if (std::strcmp(features[i]->URI, LV2_WORKER__schedule) == 0)
             p->schedule = static_cast<LV2_Worker_Schedule *>(features[i]->data);
+        else if (std::strcmp(features[i]->URI, LV2_LOG__log) == 0)
+            log = static_cast<LV2_Log_Log *>(features[i]->data);
     }
+    // The host's log needs mapped message types.
+    lv2_log_logger_init(&p->logger, p->map, p->map != nullptr ? log : nullptr);
     if (p->map == nullptr) {
-        std::fprintf(stderr, "vorl.lv2: the host does not provide urid:map\n");
+        lv2_log_error(&p->logger, "vorl.lv2: the host does not provide urid:map\n");
         delete p;
         return nullptr;
     }
+    if (rate != 48000.0)
+        lv2_log_warning(&p->logger, "vorl.lv2: running at %.0f Hz; tuning tables are made for 48000 Hz\n", rate);
     LV2_URID_Map *m = p->map;
     auto id = [m](const char *uri) { return m->map(m->handle, uri); };
     p->uris = {id(LV2_ATOM__Path), id(LV2_ATOM__URID), id(LV2_ATOM__Object),
@@ -263,7 +272,7 @@ LV2_Worker_Status work(LV2_Handle h, LV2_Worker_Respond_Function respond, LV2_Wo
     std::memset(&r, 0, sizeof r);
     copy_path(r.path, static_cast<const char *>(data), strnlen(static_cast<const char *>(data), size));
     r.ok = read_table_file(r.path, p.scratch, r.problem);
-    if (!r.ok) std::fprintf(stderr, "vorl.lv2: %s: %s; keeping the previous table\n", r.path, r.problem);
+    if (!r.ok) lv2_log_error(&p.logger, "vorl.lv2: %s: %s; keeping the previous table\n", r.path, r.problem);
     const char token = 1;
     return respond(rh, sizeof token, &token);
 }

@@ -1,10 +1,11 @@
 // The plugin binary driven by a minimal LV2 host in the test: the tuning
 // table set by path (patch:Set through the worker), read back (patch:Get),
-// kept in the state, and refused when damaged. Its output is compared with
+// kept in the state, and refused when damaged, saying why in the host's log. Its output is compared with
 // the library run through its host interface on the same table, which is
 // 768 frames late just as the plugin is.
 #include <dlfcn.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -15,6 +16,7 @@
 #include <lv2/atom/forge.h>
 #include <lv2/atom/util.h>
 #include <lv2/core/lv2.h>
+#include <lv2/log/log.h>
 #include <lv2/patch/patch.h>
 #include <lv2/state/state.h>
 #include <lv2/urid/urid.h>
@@ -68,6 +70,21 @@ std::vector<int16_t> library_output(const std::string &table_path) {
     return out;
 }
 
+// The host's log: every message the plugin sends, whatever its type.
+int log_vprintf(LV2_Log_Handle h, LV2_URID, const char *fmt, va_list ap) {
+    char text[2048];
+    const int n = std::vsnprintf(text, sizeof text, fmt, ap);
+    static_cast<std::vector<std::string> *>(h)->emplace_back(text);
+    return n;
+}
+int log_printf(LV2_Log_Handle h, LV2_URID type, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = log_vprintf(h, type, fmt, ap);
+    va_end(ap);
+    return n;
+}
+
 struct Host {
     const LV2_Descriptor *desc = nullptr;
     LV2_Handle plugin = nullptr;
@@ -77,14 +94,17 @@ struct Host {
                                      static_cast<Host *>(h)->jobs.emplace_back(static_cast<const char *>(data), size);
                                      return LV2_WORKER_SUCCESS;
                                  }};
+    std::vector<std::string> logged;
+    LV2_Log_Log log{&logged, log_printf, log_vprintf};
     float controls[7] = {1, 0, 0, 0, 1, 0, 0};  // zoom, af, wind, pulse, strength, detect, latency
     alignas(8) uint8_t in_seq[4096] = {}, out_seq[4096] = {};
     LV2_Atom_Forge forge{};
 
     explicit Host(void *lib) {
         desc = reinterpret_cast<const LV2_Descriptor *(*)(uint32_t)>(dlsym(lib, "lv2_descriptor"))(0);
-        const LV2_Feature map_f{LV2_URID__map, &map}, work_f{LV2_WORKER__schedule, &schedule};
-        const LV2_Feature *features[] = {&map_f, &work_f, nullptr};
+        const LV2_Feature map_f{LV2_URID__map, &map}, work_f{LV2_WORKER__schedule, &schedule},
+            log_f{LV2_LOG__log, &log};
+        const LV2_Feature *features[] = {&map_f, &work_f, &log_f, nullptr};
         plugin = desc->instantiate(desc, 48000, "", features);
         for (uint32_t p = 4; p < 11; ++p) desc->connect_port(plugin, p, &controls[p - 4]);
         desc->connect_port(plugin, 11, in_seq);
@@ -222,14 +242,21 @@ TEST_F(Lv2Host, TablePathIsLoadedAnnouncedKeptInStateAndCheckedFirst) {
               LV2_STATE_SUCCESS);
     EXPECT_EQ(restored.process(), with_table);
 
+    EXPECT_TRUE(set.logged.empty());
+
     // A damaged or truncated table file, or one that breaks a rule, leaves
-    // the built-in table in use.
-    for (const std::string *bad : {&damaged_, &short_, &broken_}) {
+    // the built-in table in use, and the host's log names the file and why.
+    const std::pair<const std::string *, const char *> refusals[] = {
+        {&damaged_, "checksum wrong"}, {&short_, "not a tuning table (100 bytes"}, {&broken_, "nr_proc_min_freq_bin"}};
+    for (const auto &[bad, why] : refusals) {
         Host refused(lib_);
         refused.message(bad);
         refused.run_frames(nullptr, nullptr, 0);
         EXPECT_EQ(refused.announced(), "") << *bad;
         EXPECT_EQ(refused.process(), builtin);
+        ASSERT_EQ(refused.logged.size(), 1u) << *bad;
+        EXPECT_NE(refused.logged[0].find(*bad + ": "), std::string::npos) << refused.logged[0];
+        EXPECT_NE(refused.logged[0].find(why), std::string::npos) << refused.logged[0];
     }
 }
 
