@@ -141,12 +141,13 @@ std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &ta
     return found;
 }
 
-// A whole recording as 16-bit stereo: an audio file or a video's sound.
+// A whole recording as 16-bit stereo: an audio file or a video's sound;
+// with what the way to 16 bits changed, in the tool's words.
 py::tuple read_audio(const std::string &path) {
     const vorl::WholeRecording in = vorl::read_whole_recording(path);
     Pcm a({static_cast<py::ssize_t>(in.frames()), py::ssize_t{2}});
     std::memcpy(a.mutable_data(), in.samples.data(), in.samples.size() * sizeof(int16_t));
-    return py::make_tuple(a, in.rate);
+    return py::make_tuple(a, in.rate, vorl::conversion_warnings(in.name, in.clipped, in.not_numbers));
 }
 
 // A table fitted to a calibration take, as `vorl table fit` makes it:

@@ -40,7 +40,7 @@ def test_process_is_the_tools_output(demo, tmp_path):
     assert during[:, 10:100].mean() < idle[:, 10:100].mean()
 
 
-def test_process_warns_of_an_inverted_channel(demo, recwarn):
+def test_input_faults_are_warned_of(demo, tmp_path, recwarn):
     audio, _ = vorl.read_audio(demo / "noisy.wav")
     drive = vorl.read_drive(demo / "drive.txt")
     vorl.process(audio, drive)
@@ -49,6 +49,21 @@ def test_process_warns_of_an_inverted_channel(demo, recwarn):
     inverted[:, 1] = np.clip(-audio[:, 1].astype(np.int32), -32768, 32767)
     with pytest.warns(vorl.InputWarning, match="opposite polarity"):
         vorl.process(inverted, drive)
+
+    # A float recording with NaN samples (read as 0) and one beyond full scale.
+    samples = np.full((1000, 2), 0.25, dtype="<f4")
+    samples[[10, 500], 0] = np.nan
+    samples[700, 1] = 2.0
+    data = samples.tobytes()
+    header = (b"RIFF" + (36 + len(data)).to_bytes(4, "little") + b"WAVEfmt " +
+              np.array([16, 3 | 2 << 16, 48000, 48000 * 8, 8 | 32 << 16], "<u4").tobytes() +
+              b"data" + len(data).to_bytes(4, "little"))
+    (tmp_path / "holes.wav").write_bytes(header + data)
+    with pytest.warns(vorl.InputWarning) as found:
+        holes, _ = vorl.read_audio(tmp_path / "holes.wav")
+    assert sorted(str(w.message).split(": ", 1)[1] for w in found) == [
+        "1 sample(s) clipped converting to 16-bit", "2 sample(s) not a number (NaN), read as silence"]
+    assert holes[10, 0] == 0 and holes[700, 1] == 32767 and holes[11, 0] == 8192
 
 
 def test_tables_convert_and_check(tmp_path):

@@ -30,7 +30,8 @@ __all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "InputWarning
 
 class InputWarning(UserWarning):
     """A fault of the recording chain that changes what the noise reducer
-    does (a channel in opposite polarity), as ``vorl process`` warns of it."""
+    does (a channel in opposite polarity, samples clipped or not numbers),
+    as ``vorl process`` warns of it."""
 
 
 def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1.0, gains=False, prime=True,
@@ -62,8 +63,13 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
 def read_audio(path):
     """A stereo recording in any format libsndfile reads, or the sound of a
     camera video (MP4/MOV, Matroska), as (int16 array of shape (frames, 2),
-    sample rate); wider formats are rounded to 16 bits."""
-    return _vorl.read_audio(os.fspath(path))
+    sample rate); wider formats are rounded to 16 bits. Warns
+    (InputWarning) of samples clipped on the way or not numbers (NaN, read
+    as 0)."""
+    audio, rate, problems = _vorl.read_audio(os.fspath(path))
+    for problem in problems:
+        warnings.warn(problem, InputWarning, stacklevel=2)
+    return audio, rate
 
 
 def read_drive(path):

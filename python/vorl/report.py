@@ -17,6 +17,7 @@ Writes into DIR:
 import argparse
 import os
 import sys
+import warnings
 
 import numpy as np
 
@@ -324,6 +325,20 @@ def main(argv=None):
                         help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
     args = parser.parse_args(argv)
+    with warnings.catch_warnings():
+        shown = warnings.showwarning
+
+        def show(message, category, *rest):
+            # The input's faults in the tool's words.
+            if issubclass(category, vorl.InputWarning):
+                print(f"vorl: warning: {message}", file=sys.stderr)
+            else:
+                shown(message, category, *rest)
+        warnings.showwarning = show
+        return _run(args)
+
+
+def _run(args):
     try:
         paths = make_report(args.input, args.dir, args.processed, args.drive, args.table)
     except (vorl.Error, OSError) as e:

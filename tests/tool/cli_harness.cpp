@@ -89,6 +89,7 @@ std::vector<int16_t> read_audio(const std::string &path, int *channels, int *rat
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
     if (f == nullptr) throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    sf_command(f, SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);  // float files at full scale too
     std::vector<int16_t> data(static_cast<std::size_t>(info.frames * info.channels));
     sf_readf_short(f, data.data(), info.frames);
     sf_close(f);

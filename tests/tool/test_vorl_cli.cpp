@@ -31,6 +31,12 @@ double sweep(int64_t n, int c) {
     return 0.25 * std::sin(2.0 * M_PI * (200.0 + 2000.0 * t) * t + c);
 }
 double loud_float(int64_t n, int) { return 1.5 * std::sin(2.0 * M_PI * 440.0 * n / 48000.0); }
+// A quiet tone at 44.1 kHz with three NaN samples and one infinity.
+double tone_with_holes(int64_t n, int c) {
+    if (n == 10000 || n == 20000 || (n == 30000 && c == 1)) return std::nan("");
+    if (n == 40000 && c == 0) return HUGE_VAL;
+    return 0.25 * std::sin(2.0 * M_PI * 440.0 * n / 44100.0);
+}
 
 // Energy of out - in shifted by `lag` frames, over frames 20000..39999.
 double mismatch(const std::vector<int16_t> &out, const std::vector<int16_t> &in, int lag) {
@@ -714,6 +720,19 @@ TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
     EXPECT_TRUE(contains(r.err, "clipped converting to 16-bit")) << r.err;
     EXPECT_EQ(audio_info(box.path("out.aiff")).format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
     EXPECT_EQ(audio_info(box.path("out.aiff")).frames, 4800);
+
+    // NaN and infinity are named as such, and reach the resampler as
+    // silence and full scale: one bad sample must not silence the filter's
+    // whole span around it.
+    write_audio(box.path("holes.wav"), 2, 48000, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT, tone_with_holes);
+    r = box.vorl({"process", "holes.wav", "holes-out.wav", "--no-prime"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "holes.wav: 5 sample(s) not a number (NaN), read as silence")) << r.err;
+    EXPECT_TRUE(contains(r.err, "holes.wav: 1 sample(s) clipped converting to 16-bit")) << r.err;
+    const auto holes = read_audio(box.path("holes-out.wav"));
+    int silent = 0;
+    for (std::size_t i = 2 * 5000; i < holes.size(); ++i) silent += holes[i] == 0;
+    EXPECT_LT(silent, 40);  // a tone at -12 dBFS crosses zero now and then
 }
 
 // --strength mixes the time-aligned input back in; --removed and --output

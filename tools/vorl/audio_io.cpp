@@ -61,8 +61,11 @@ std::string seconds(int64_t frames, int rate) {
 
 int16_t Requantizer::operator()(double v) {
     v *= 32768.0;
-    if (std::isnan(v) || v > 32768.0 || v < -32768.0) ++clipped_;  // beyond full scale
-    if (std::isnan(v)) return 0;
+    if (std::isnan(v)) {
+        ++not_numbers_;
+        return 0;
+    }
+    if (v > 32768.0 || v < -32768.0) ++clipped_;  // beyond full scale
     if (dither_) {  // the difference of two uniform values, one step wide each
         state_ ^= state_ << 13, state_ ^= state_ >> 17, state_ ^= state_ << 5;
         v += (state_ & 0xffff) / 65536.0 - (state_ >> 16) / 65536.0;
@@ -159,6 +162,16 @@ std::size_t AudioReader::read(float *out, std::size_t n) {
     require_stereo();
     if (!decode_error_.empty()) return 0;
     const sf_count_t got = sf_readf_float(sf_, out, static_cast<sf_count_t>(n));
+    // A resampler would smear one NaN or infinity over its whole filter.
+    for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(std::max<sf_count_t>(got, 0)); ++i) {
+        if (std::isnan(out[i])) {
+            out[i] = 0.0f;
+            ++float_nans_;
+        } else if (std::isinf(out[i])) {
+            out[i] = out[i] > 0 ? 1.0f : -1.0f;
+            ++infinite_;
+        }
+    }
     after_read(got);
     return static_cast<std::size_t>(std::max<sf_count_t>(got, 0));
 }
@@ -168,6 +181,7 @@ void AudioReader::rewind() {
     frames_read_ = 0;
     decode_error_.clear();
     to_16bit_ = Requantizer(to_16bit_.dithers());
+    infinite_ = float_nans_ = 0;
 }
 
 void AudioReader::after_read(int64_t got) {

@@ -18,18 +18,19 @@ namespace vorl {
 // Rounds samples (full scale 1.0) to 16 bits, with TPDF dither when asked
 // (reproducible: a fixed-seed generator), saturating at full scale and
 // counting the samples that were clipped. +1.0 itself, the positive full
-// scale of wider formats, is not counted.
+// scale of wider formats, is not counted. A NaN becomes 0, counted apart.
 class Requantizer {
 public:
     explicit Requantizer(bool dither) : dither_(dither) {}
     int16_t operator()(double v);
     bool dithers() const { return dither_; }
     uint64_t clipped() const { return clipped_; }
+    uint64_t not_numbers() const { return not_numbers_; }
 
 private:
     bool dither_;
     uint32_t state_ = 0x9e3779b9u;
-    uint64_t clipped_ = 0;
+    uint64_t clipped_ = 0, not_numbers_ = 0;
 };
 
 class AudioReader : public SampleReader {
@@ -62,8 +63,11 @@ public:
     // and clipped() counts the samples that were. A decoding error ends
     // the input (reported by premature_end()).
     std::size_t read(int16_t *out, std::size_t n) override;
-    uint64_t clipped() const override { return to_16bit_.clipped(); }
-    // The same as floats, full scale 1.0, as stored (no rounding).
+    uint64_t clipped() const override { return to_16bit_.clipped() + infinite_; }
+    uint64_t not_numbers() const override { return to_16bit_.not_numbers() + float_nans_; }
+    // The same as floats, full scale 1.0, as stored (no rounding) but for
+    // what no filter may be given: a NaN becomes 0 and an infinity full
+    // scale, counted by not_numbers() and clipped().
     std::size_t read(float *out, std::size_t n) override;
     int64_t frames_read() const override { return frames_read_; }
 
@@ -83,6 +87,7 @@ private:
     int channels_ = 0, rate_ = 0, format_ = 0;
     int64_t frames_ = 0, declared_ = -1, frames_read_ = 0;
     Requantizer to_16bit_;
+    uint64_t infinite_ = 0, float_nans_ = 0;  // met by read(float *)
     std::string decode_error_;
     void after_read(int64_t got);
     std::vector<double> wide_;

@@ -87,7 +87,7 @@ private:
 
 // Reads `in` ahead, `frames_per_read` frames at a time, in whichever sample
 // type the first read() asks for (the other type is then refused). What
-// depends on the whole input (clipped(), premature_end()) is final once a
+// depends on the whole input (clipped(), not_numbers(), premature_end()) is final once a
 // read has returned 0.
 class ReadAhead : public SampleReader {
 public:
@@ -107,6 +107,7 @@ public:
     // the read-ahead buffer, valid until the next call.
     std::size_t read_in_place(const int16_t *&frames, std::size_t n);
     uint64_t clipped() const override { return ended_ ? in_.clipped() : 0; }
+    uint64_t not_numbers() const override { return ended_ ? in_.not_numbers() : 0; }
     std::string premature_end() const override { return ended_ ? in_.premature_end() : ""; }
 
 private:

@@ -138,6 +138,8 @@ int run_table_fit(int argc, char **argv, int first) {
     }
 
     WholeRecording in = read_whole_recording(audio);
+    if (!quiet)  // the fit's own report counts the samples at full scale
+        for (const std::string &w : conversion_warnings(in.name, 0, in.not_numbers)) cli::warn(w);
     // As "vorl process" does, a take at another rate is measured at the
     // tables' rate, so the table fits what the engine will see.
     const bool resample = in.rate != kTableRate && !args.has("no-resample");

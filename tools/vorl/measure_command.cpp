@@ -83,6 +83,7 @@ int run_measure(int argc, char **argv, int first) {
     std::vector<int16_t> recordings[3];
     for (std::size_t i = 0; i < 3; ++i) {
         WholeRecording r = read_whole_recording(args.positional[i]);
+        for (const std::string &w : conversion_warnings(r.name, r.clipped, r.not_numbers)) cli::warn(w);
         rates[i] = r.rate;
         recordings[i] = std::move(r.samples);
     }

@@ -52,7 +52,7 @@ has its target replaced.
 
 The noise reducer takes 16-bit samples: 24-bit, 32-bit and float input is
 reduced with TPDF dither, samples beyond full scale are clipped and
-counted, and OUT keeps the wider format where its container can hold it.
+counted (NaN samples are read as 0, counted apart), and OUT keeps the wider format where its container can hold it.
 A WAV whose header has no real length (written to a pipe) is read to its
 end; input shorter than its header says is processed and reported. Tables
 are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
@@ -523,7 +523,7 @@ int run_process(int argc, char **argv, int first) {
     if (!premature.empty()) cli::warn(in.name() + ": " + premature);
     if (!o.quiet) {
         const uint64_t clipped = in.clipped() + (bridge ? bridge->input_clipped() : 0);
-        if (clipped > 0) cli::warn(in.name() + ": " + std::to_string(clipped) + " sample(s) clipped converting to 16-bit");
+        for (const std::string &w : conversion_warnings(in.name(), clipped, in.not_numbers())) cli::warn(w);
         if (engine.saturated() > 0)
             cli::warn(std::to_string(engine.saturated()) +
                       " output sample(s) at full scale where the input was not (the noise reducer saturates there)");

@@ -27,7 +27,17 @@ WholeRecording read_whole_recording(const std::string &path) {
     }
     const std::string premature = in->premature_end();
     if (!premature.empty()) cli::input_error(r.name + ": " + premature);
+    r.clipped = in->clipped();
+    r.not_numbers = in->not_numbers();
     return r;
+}
+
+std::vector<std::string> conversion_warnings(const std::string &name, uint64_t clipped, uint64_t not_numbers) {
+    std::vector<std::string> found;
+    if (clipped > 0) found.push_back(name + ": " + std::to_string(clipped) + " sample(s) clipped converting to 16-bit");
+    if (not_numbers > 0)
+        found.push_back(name + ": " + std::to_string(not_numbers) + " sample(s) not a number (NaN), read as silence");
+    return found;
 }
 
 }  // namespace vorl

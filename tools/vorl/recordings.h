@@ -25,11 +25,16 @@ struct WholeRecording {
     // A coded stream's length (a video's AAC, say) is known only to within
     // a codec frame or two of the sound that was recorded.
     bool exact_length = true;
+    uint64_t clipped = 0, not_numbers = 0;  // as SampleReader counts them
     std::size_t frames() const { return samples.size() / 2; }
 };
 
 // Reads all of a stereo recording; input error naming it when it is not
 // stereo or ends before its header said it would.
 WholeRecording read_whole_recording(const std::string &path);
+
+// What the way to 16 bits changed in a recording, in words: samples clipped
+// at full scale, samples that were not numbers.
+std::vector<std::string> conversion_warnings(const std::string &name, uint64_t clipped, uint64_t not_numbers);
 
 }  // namespace vorl

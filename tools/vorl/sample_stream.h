@@ -25,6 +25,8 @@ public:
     virtual std::size_t read(int16_t *out, std::size_t n) = 0;
     virtual std::size_t read(float *out, std::size_t n) = 0;
     virtual uint64_t clipped() const = 0;
+    // Samples that were not numbers (NaN) and were read as 0.
+    virtual uint64_t not_numbers() const { return 0; }
     // After the end: why the input ended before it said it would, or "".
     virtual std::string premature_end() const = 0;
 };
