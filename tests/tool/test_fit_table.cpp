@@ -239,6 +239,15 @@ TEST(FitTable, ScoresALoneDriveOnItsSecondHalf) {
     const auto fit = vorl::fit::fit_table(g.take, builtin());
     EXPECT_TRUE(fit.report.split_drive());
     EXPECT_FALSE(std::isnan(fit.report.chosen.score_db));
+    // No autofocus move in this part of the take: its template is the base's.
+    EXPECT_EQ(fit.report.af_frames, 0);
+    EXPECT_EQ(std::count_if(fit.report.warnings.begin(), fit.report.warnings.end(),
+                            [](const std::string &w) { return w.rfind("no autofocus moves", 0) == 0; }),
+              1);
+    for (int ch = 0; ch < 2; ++ch)
+        EXPECT_EQ(std::memcmp(fit.table.st_vorl.back_ground_noise[0][ch], builtin().st_vorl.back_ground_noise[0][ch],
+                              sizeof fit.table.st_vorl.back_ground_noise[0][ch]),
+                  0);
     EXPECT_LT(fit.report.chosen.over_est, builtin().st_vorl.over_est);  // chosen, not the base's 8
     EXPECT_TRUE(vorl::tablekit::check_table_rules(fit.table).empty());
 }

@@ -505,6 +505,9 @@ void warn_about_take(const Take &take, double level_db, const Fitter &fitter, co
         if (r.zoom_frames[d] == 0)
             r.warnings.push_back(std::string("no usable zoom-") + (d == 0 ? "in" : "out") + " frames: its template is the zoom-" +
                                  (d == 0 ? "out" : "in") + " one");
+    if (r.af_frames == 0)
+        r.warnings.push_back("no autofocus moves in the drive log: the autofocus template is the base table's, not this "
+                             "camera's; record a few autofocus moves (af word 1) to fit it");
     if (fitter.quiet().frames < 40)
         r.warnings.push_back("under 0.2 s of quiet (drive-free) take: the room is taken as silent");
 
