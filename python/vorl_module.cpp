@@ -141,6 +141,13 @@ std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &ta
     return found;
 }
 
+// The rules a table breaks in the tool's words ("breaks N table rules,
+// first WHERE: PROBLEM"), "" when none.
+std::string rule_summary(const py::bytes &table) {
+    const auto broken = vorl::tablekit::check_table_rules(table_of(table));
+    return broken.empty() ? "" : vorl::tablekit::summarise(broken);
+}
+
 // A whole recording as 16-bit stereo: an audio file or a video's sound;
 // with what the way to 16 bits changed, in the tool's words.
 py::tuple read_audio(const std::string &path) {
@@ -229,6 +236,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });
     m.def("check_table", &check_table);
+    m.def("rule_summary", &rule_summary);
     m.def("table_curves", &table_curves, py::arg("table") = py::none());
     m.def("seal_table", [](const py::bytes &t) {
         st_vorl_tbl table = table_of(t);

@@ -22,6 +22,7 @@ import warnings
 import numpy as np
 
 import vorl
+from vorl import _vorl
 
 RATE_TUNED = 48000
 FFT = 1024        # spectrogram analysis: 21 ms at 48 kHz
@@ -271,14 +272,12 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
                  else "the lines past the recording's end are unused"), file=sys.stderr)
     # A table that breaks a rule is drawn as the library runs it, with a
     # warning: the report is where one looks at what such a table does.
-    broken = vorl.check_table(table) if table else []
-    if any(where == "check_sum" for where, _ in broken):
+    if table and any(where == "check_sum" for where, _ in vorl.check_table(table)):
         raise vorl.Error(f"{table_path}: checksum wrong, the tuning table is damaged (vorl table check shows more)")
+    broken = _vorl.rule_summary(table) if table else ""
     if broken:
-        where, problem = broken[0]
-        rules = "rule" if len(broken) == 1 else "rules"
-        print(f"vorl: warning: {table_path}: breaks {len(broken)} table {rules}, first {where}: {problem} "
-              f"(see: vorl table check {table_path}); drawn as the library runs it", file=sys.stderr)
+        print(f"vorl: warning: {table_path}: {broken} (see: vorl table check {table_path}); drawn as the library "
+              f"runs it", file=sys.stderr)
     own, gains = vorl.process(noisy, drive, table, gains=True, force=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)

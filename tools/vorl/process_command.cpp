@@ -52,7 +52,8 @@ has its target replaced.
 
 The noise reducer takes 16-bit samples: 24-bit, 32-bit and float input is
 reduced with TPDF dither, samples beyond full scale are clipped and
-counted (NaN samples are read as 0, counted apart), and OUT keeps the wider format where its container can hold it.
+counted (NaN samples are read as 0, counted apart), and OUT keeps the
+wider format where its container can hold it.
 A WAV whose header has no real length (written to a pipe) is read to its
 end; input shorter than its header says is processed and reported. Tables
 are tuned for 48 kHz: input at another rate is resampled to 48 kHz for the
