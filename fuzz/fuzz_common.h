@@ -1,5 +1,5 @@
 // Pieces shared by the fuzz targets: a reader over the fuzzer's bytes that
-// yields zeros once they run out, a scratch file for the tuning table, and
+// yields zeros once they run out, a scratch file for what a target reads, and
 // an invariant check that crashes loudly (the fuzzer then keeps the input).
 #pragma once
 
@@ -62,14 +62,14 @@ struct Noise {
     }
 };
 
-// One scratch file per process for the table the library reads and writes,
-// removed when the process exits (a plain array, so that it is still there
-// for the exit handler).
-inline const char *scratch_table_path() {
+// One scratch file per process for the file a target hands to the code
+// under test (a tuning table, a drive file), removed when the process exits
+// (a plain array, so that it is still there for the exit handler).
+inline const char *scratch_path() {
     static char path[4096];
     static const bool made = [] {
         const char *dir = std::getenv("TMPDIR");
-        std::snprintf(path, sizeof path, "%s/vorl-fuzz-table-XXXXXX", dir && *dir ? dir : "/tmp");
+        std::snprintf(path, sizeof path, "%s/vorl-fuzz-XXXXXX", dir && *dir ? dir : "/tmp");
         const int fd = mkstemp(path);
         if (fd >= 0) close(fd);
         std::atexit([] { std::remove(path); });
@@ -84,6 +84,16 @@ inline const char *scratch_table_path() {
     std::fprintf(stderr, "invariant broken: %s\n", what);
     std::fflush(stderr);
     std::abort();
+}
+
+// Replaces the scratch file's contents with `size` bytes; returns its path.
+inline const char *write_scratch(const void *data, size_t size) {
+    const char *path = scratch_path();
+    std::FILE *f = std::fopen(path, "wb");
+    if (f == nullptr) invariant_broken("cannot write the scratch file");
+    if (size != 0) std::fwrite(data, 1, size, f);
+    std::fclose(f);
+    return path;
 }
 
 }  // namespace vorl::fuzz

@@ -28,13 +28,6 @@ using vorl::fuzz::Bytes;
 
 namespace {
 
-void write_table(const char *path, const st_vorl_tbl &t) {
-    std::FILE *f = std::fopen(path, "wb");
-    if (f == nullptr) vorl::fuzz::invariant_broken("cannot write the scratch table");
-    std::fwrite(&t, sizeof t, 1, f);
-    std::fclose(f);
-}
-
 void fill_block(int16_t *left, int16_t *right, const uint8_t c[4], vorl::fuzz::Noise &noise,
                 const uint8_t *controls, size_t n_controls, size_t at) {
     const int32_t amplitude = (static_cast<int32_t>(c[3]) << 7) | 127;  // 127..32767
@@ -77,8 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const bool version_forced = (flags & 3) != 0;
     if (version_forced) table.tbl_version = VORL_TBL_VERSION;
     vorl::tablekit::seal(table);
-    const char *path = vorl::fuzz::scratch_table_path();
-    write_table(path, table);
+    const char *path = vorl::fuzz::write_scratch(&table, sizeof table);
 
     VORLResource res{};
     res.p_work = &work;

@@ -3,7 +3,9 @@
 // The seeds are small and valid: the reference table with a few variations
 // (other band nodes, fit ranges, counters, training mode) and drive
 // patterns, quiet and loud rings for the pulse filter, and short streams for
-// the DC-cut filter. The checked-in files are this program's output.
+// the DC-cut filter; for the tool's readers, the reference table as bytes,
+// edits of its JSON text, and drive files and ranges, good and bad. The
+// checked-in files are this program's output.
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +15,8 @@
 #include <vector>
 
 #include "table_builder.h"
+#include "table_checksum.h"
+#include "table_json.h"
 #include "vorl.h"
 
 namespace {
@@ -51,6 +55,30 @@ std::vector<uint8_t> drive_pattern(int idle, int drive, uint8_t zoom, uint8_t c2
     for (int i = 0; i < idle; ++i) c.insert(c.end(), {0, 0, c2, amplitude});
     for (int i = 0; i < drive; ++i) c.insert(c.end(), {zoom, static_cast<uint8_t>(i * 37), c2, amplitude});
     return c;
+}
+
+// Table-JSON seed that edits the reference table's JSON text (with its
+// curves when `curves`): at the first `needle`, `removed` characters give
+// way to `inserted`.
+Bytes json_edit(bool curves, const std::string &needle, uint8_t removed, const std::string &inserted) {
+    const std::string text = vorl::tablekit::table_to_json(vorl::tablekit::reference_table(), curves);
+    const size_t at = text.find(needle);
+    if (at == std::string::npos || at > 0xFFFF) {
+        std::fprintf(stderr, "make_corpus: \"%s\" not found in the reference table's JSON\n", needle.c_str());
+        std::exit(1);
+    }
+    Bytes b{static_cast<uint8_t>(curves ? 6 : 2), static_cast<uint8_t>(at & 0xFF), static_cast<uint8_t>(at >> 8), removed};
+    put(b, inserted.data(), inserted.size());
+    return b;
+}
+
+// Drive-file seed: flags, range text, length in frames, the file's text.
+Bytes drive_seed(uint8_t flags, const std::string &range, uint32_t frames, const std::string &file) {
+    Bytes b{flags, static_cast<uint8_t>(range.size())};
+    put(b, range.data(), range.size());
+    put(b, &frames, sizeof frames);
+    put(b, file.data(), file.size());
+    return b;
 }
 
 }  // namespace
@@ -145,5 +173,42 @@ int main(int argc, char **argv) {
         put(b, frames, sizeof frames);
         ok &= write(dc, "extreme_state", b);
     }
+
+    // ---- table_json: mode byte, then a table's bytes, a document or an edit
+    const std::string tj = root + "/table_json";
+    ok &= write(tj, "reference_bytes", host_seed(0x00, ref, {}));
+    {
+        st_vorl_tbl t = ref;  // nodes out of order, values JSON cannot hold
+        t.st_vorl.zspec_comp_base_bin[10] = 3;
+        t.st_vorl.eq_gain[5] = __builtin_nanf("");
+        t.st_vorl.zspec_comp_coef_f_LR_d[1][3] = __builtin_inff();
+        t.st_vorl.back_ground_noise[2][0][7] = -0.0f;
+        vorl::tablekit::seal(t);
+        ok &= write(tj, "hostile_bytes", host_seed(0x00, t, {}));
+    }
+    {
+        const std::string doc = "{\"tbl_version\": \"0x01030000\", \"st_vorl\": {}, \"st_vorlc\": {}, \"tbl_cnt\": 0}";
+        Bytes b{0x01};
+        put(b, doc.data(), doc.size());
+        ok &= write(tj, "document_incomplete", b);
+    }
+    ok &= write(tj, "edit_not_a_number", json_edit(false, "\"nr_floor_coef\": ", 0, "\"nan:0x7fc00001\", \"x\": "));
+    ok &= write(tj, "edit_duplicate_key", json_edit(false, "\"st_vorlc\": {", 14, "\"st_vorlc\": {\"nr_ctrl_counter\": 1, "));
+    ok &= write(tj, "edit_cut_short", json_edit(false, "\"zspec_comp_base_bin\"", 255, ""));
+    ok &= write(tj, "edit_curve_value", json_edit(true, "\"value\": ", 10, "\"value\": 1e39, "));
+    ok &= write(tj, "edit_curve_bin", json_edit(true, "\"bin\": ", 8, "\"bin\": 300, "));
+    ok &= write(tj, "edit_curve_dropped", json_edit(true, "\"curves\": {", 12, "\"curves\": {\"eq_gain\": [], "));
+
+    // ---- drive_file: flags, range text, frames, file text
+    const std::string df = root + "/drive_file";
+    // Rates by index: 6 44.1 kHz, 7 48 kHz, 0 1 Hz.
+    ok &= write(df, "file_good", drive_seed(0x71, "", 2048, "# zoom af wind\n0 0 0\n1 0 0\n2 7 1\n\n0 4294967295 0\r\n"));
+    ok &= write(df, "file_bad_word", drive_seed(0x71, "", 1024, "0 0 0\n3 0 0\n"));
+    ok &= write(df, "file_extra_field", drive_seed(0x61, "", 512, "1 0 0 0\n"));
+    ok &= write(df, "file_out_of_range", drive_seed(0x71, "", 512, "1 4294967296 0\n-0 0 0\n0x1 0 0\n"));
+    ok &= write(df, "ranges_zoom_in", drive_seed(0x70, "0.5-1.5,2-2.25", 144000, ""));
+    ok &= write(df, "ranges_both_ways", drive_seed(0x78, "1-2", 96000, ""));
+    ok &= write(df, "ranges_malformed", drive_seed(0x64, "1e-3-2,,5-", 96000, ""));
+    ok &= write(df, "ranges_past_end_one_hertz", drive_seed(0x06, "0-1e300", 1000, ""));
     return ok ? 0 : 1;
 }

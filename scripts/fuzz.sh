@@ -4,7 +4,8 @@
 # its seed corpus plus its saved regressions; the repository is not modified.
 #
 #   VORL_FUZZ_SECONDS  seconds per target (default 60)
-#   VORL_FUZZ_TARGETS  targets to run (default: table_host dc_cut pulse_filter)
+#   VORL_FUZZ_TARGETS  targets to run (default: table_host dc_cut pulse_filter
+#                      table_json drive_file)
 #
 # A crash, leak, time-out or broken invariant fails the script; the input
 # that caused it is kept in build-fuzz/artifacts/<target>/. To turn it into a
@@ -13,7 +14,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${VORL_FUZZ_SECONDS:-60}
-targets=${VORL_FUZZ_TARGETS:-table_host dc_cut pulse_filter}
+targets=${VORL_FUZZ_TARGETS:-table_host dc_cut pulse_filter table_json drive_file}
 build=build-fuzz
 generator=()
 command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
