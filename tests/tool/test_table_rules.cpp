@@ -83,6 +83,14 @@ TEST(TableRules, EachBrokenRuleIsNamed) {
         const auto v = check_table_rules(t);
         EXPECT_TRUE(reports(v, c.where)) << c.where;
     }
+    // An infinite increment: named once as not finite and once on the
+    // curve, not again for every band the running sum carries it to.
+    st_vorl_tbl t = reference_table();
+    t.st_vorl.zspec_comp_coef_f_LR_d[0][3] = INFINITY;
+    seal(t);
+    const auto v = check_table_rules(t);
+    EXPECT_TRUE(reports(v, "zspec_comp_coef_f_LR_d[0][3]"));
+    EXPECT_LE(v.size(), 2u) << summarise(v);
     st_vorl_tbl unsealed = reference_table();
     unsealed.st_vorl.over_est = 3.0f;
     EXPECT_TRUE(reports(check_table_rules(unsealed), "check_sum"));

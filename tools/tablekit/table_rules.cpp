@@ -195,10 +195,18 @@ std::vector<CurveFault> learned_curve_faults(const st_vorl &p) {
 
 std::vector<Violation> check_learned_curve(const st_vorl &p) {
     std::vector<Violation> out;
-    for (const CurveFault &f : learned_curve_faults(p))
+    const CurveFault *previous = nullptr;
+    for (const CurveFault &f : learned_curve_faults(p)) {
+        // An infinite node makes every later node of its channel infinite:
+        // one fault, not one per band.
+        const bool inherited = previous != nullptr && previous->channel == f.channel &&
+                               previous->band == f.band - 1 && std::isinf(previous->value) && std::isinf(f.value);
+        previous = &f;
+        if (inherited) continue;
         out.push_back({"zspec_comp_coef_f_LR_d[" + std::to_string(f.channel) + "][" + std::to_string(f.band) + "]",
                        "learned curve " + num(f.value) + (f.above ? " above its limit " : " below its lower limit ") +
                            num(f.limit)});
+    }
     return out;
 }
 
