@@ -308,6 +308,23 @@ TEST(VorlMeasure, AttenuationBesideTheOracleAndTheEnginesReach) {
     EXPECT_GT(oracle, mono) << m.out;
     EXPECT_GE(mono, reach - 0.05) << m.out;
     EXPECT_EQ(box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--table", "cal.tbl"})).exit_code, 1);
+
+    // A processed recording that runs late (the library's own output, as a
+    // host that ignores the latency keeps it) and a clean one that runs
+    // early are refused, and measured alike once --align takes the lags out.
+    ASSERT_EQ(box.vorl(with_drive({"process", "noisy.wav", "raw.wav", "--table", "cal.tbl", "--raw", "-q"})).exit_code, 0);
+    write_audio(box.path("early.wav"), 2, 9 * 48000, 48000, kWav16,
+                [](int64_t n, int c) { return sweep_content(n + 300, c); });
+    const RunResult late = box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "raw.wav"}));
+    EXPECT_EQ(late.exit_code, 2);
+    EXPECT_TRUE(contains(late.err, "raw.wav runs 768 frames (16.0 ms) late against noisy.wav")) << late.err;
+    const RunResult early = box.vorl(with_drive({"measure", "early.wav", "noisy.wav", "out.wav"}));
+    EXPECT_EQ(early.exit_code, 2);
+    EXPECT_TRUE(contains(early.err, "early.wav runs 300 frames (6.2 ms) early")) << early.err;
+    const RunResult both = box.vorl(with_drive({"measure", "early.wav", "noisy.wav", "raw.wav", "--align"}));
+    ASSERT_EQ(both.exit_code, 0) << both.err;
+    EXPECT_NEAR(figure(both.out, "noise attenuation:"), atten, 0.05) << both.out;
+    EXPECT_TRUE(contains(both.err, "measured over frames 512..")) << both.err;
 }
 
 TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {

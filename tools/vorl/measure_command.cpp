@@ -1,6 +1,8 @@
 // vorl measure: how much drive noise a processed recording lost, and how
 // much the recording changed where no drive ran.
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "drive_options.h"
 #include "recordings.h"
 #include "table_store.h"
+#include "time_alignment.h"
 
 namespace vorl {
 
@@ -20,12 +23,14 @@ namespace {
 constexpr int kBlock = 256;
 
 const char kHelp[] = R"(usage: vorl measure CLEAN NOISY PROCESSED (--drive FILE | ranges)
-                    [--ceiling [--table FILE]]
+                    [--align] [--ceiling [--table FILE]]
 
 Compares a processed recording with the recording it came from (NOISY) and
 with the same scene without drive noise (CLEAN). The three files must be
 stereo, time-aligned (as "vorl process" writes them by default) and of one
-length and sample rate. The drive state is given as for "vorl process"
+length and sample rate; a recording that runs late or early against NOISY
+(found by correlation, up to 1 s) is refused. The drive state is given as
+for "vorl process"
 (--drive FILE, or --zoom-in/--zoom-out/--af/--wind RANGES); a block is
 "driven" when its zoom or af word is non-zero.
 
@@ -59,15 +64,87 @@ Figures, summed over both channels and all samples of the blocks concerned:
                     what the scene's width costs the engine's model.
   --table FILE  the floor of FILE's table for the engine's reach (default:
                 the built-in table's)
+  --align       take out the lag of a recording that runs late or early
+                (the output of a host that does not make up for a plugin's
+                latency, or of "vorl process --raw") and measure over the
+                whole blocks that all three share; lengths may then differ
 
 The figures go to standard output, one per line.
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
+// The stretch of the three recordings (CLEAN, NOISY, PROCESSED) that is
+// compared: where it starts in each, how long it is, and the block of
+// NOISY (whose time the drive state follows) at which it starts.
+struct Span {
+    const int16_t *start[3];
+    std::size_t frames;
+    std::size_t first_block;
+};
+
+std::string lag_in_words(const Lag &lag, int rate) {
+    char text[96];
+    const auto frames = static_cast<long long>(std::llabs(lag.frames));
+    std::snprintf(text, sizeof text, "%lld frame%s (%.1f ms) %s", frames, frames == 1 ? "" : "s",
+                  1000.0 * static_cast<double>(frames) / rate, lag.frames > 0 ? "late" : "early");
+    return text;
+}
+
+// Refuses CLEAN or PROCESSED when it runs late or early against NOISY, or
+// with `align` takes its lag out; then the frames all three share, from a
+// block boundary of NOISY on.
+Span aligned_span(const std::vector<int16_t> (&recordings)[3], const std::vector<std::string> &names, int rate,
+                  bool align) {
+    const auto frames_of = [&](int i) { return static_cast<int64_t>(recordings[i].size() / 2); };
+    int64_t lag[3] = {0, 0, 0};
+    for (const int i : {0, 2}) {
+        const auto shared = static_cast<std::size_t>(std::min(frames_of(i), frames_of(1)));
+        const auto found = find_lag(recordings[1].data(), recordings[i].data(), shared, rate);
+        if (!found || !misaligned(*found)) continue;
+        char correlations[96];
+        std::snprintf(correlations, sizeof correlations, " (correlation %.2f there, %.2f as it stands)",
+                      found->correlation, found->at_zero);
+        const std::string what = cli::input_name(names[i]) + " runs " + lag_in_words(*found, rate) + " against " +
+                                 cli::input_name(names[1]) + correlations;
+        if (!align)
+            cli::input_error(what + ": the recordings must be time-aligned. A host that does not make up for a "
+                             "plugin's latency, or \"vorl process --raw\", delays its output so; --align takes "
+                             "the lag out");
+        cli::warn(what + "; measured with the lag taken out");
+        lag[i] = found->frames;
+    }
+    if (!align) {
+        if (frames_of(0) != frames_of(1) || frames_of(2) != frames_of(1))
+            cli::input_error("the three recordings differ in length (" + std::to_string(frames_of(0)) + ", " +
+                             std::to_string(frames_of(1)) + ", " + std::to_string(frames_of(2)) +
+                             " frames); --align measures over the blocks they share");
+        return {{recordings[0].data(), recordings[1].data(), recordings[2].data()},
+                static_cast<std::size_t>(frames_of(1)), 0};
+    }
+    // Frame t of NOISY is frame t + lag[i] of recording i.
+    int64_t first = 0, end = frames_of(1);
+    for (int i = 0; i < 3; ++i) {
+        first = std::max(first, -lag[i]);
+        end = std::min(end, frames_of(i) - lag[i]);
+    }
+    first = (first + kBlock - 1) / kBlock * kBlock;
+    if (end - first < kBlock)
+        cli::input_error("the three recordings share less than one block once aligned; nothing to measure");
+    if (first != 0 || end != frames_of(1))
+        cli::warn("measured over frames " + std::to_string(first) + ".." + std::to_string(end - 1) + " of the " +
+                  std::to_string(frames_of(1)) + " of " + cli::input_name(names[1]) +
+                  ", the whole blocks that all three recordings share");
+    Span span{};
+    for (int i = 0; i < 3; ++i) span.start[i] = recordings[i].data() + 2 * (first + lag[i]);
+    span.frames = static_cast<std::size_t>(end - first);
+    span.first_block = static_cast<std::size_t>(first / kBlock);
+    return span;
+}
+
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}}), "measure");
+    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
@@ -87,20 +164,18 @@ int run_measure(int argc, char **argv, int first) {
         rates[i] = r.rate;
         recordings[i] = std::move(r.samples);
     }
-    const std::vector<int16_t> &clean = recordings[0], &noisy = recordings[1], &processed = recordings[2];
     for (int i = 1; i < 3; ++i)
         if (rates[i] != rates[0])
             cli::input_error(args.positional[static_cast<std::size_t>(i)] + ": sample rate " + std::to_string(rates[i]) +
                              " differs from " + args.positional[0] + "'s " + std::to_string(rates[0]));
-    if (noisy.size() != clean.size() || processed.size() != clean.size())
-        cli::input_error("the three recordings differ in length (" + std::to_string(clean.size() / 2) + ", " +
-                         std::to_string(noisy.size() / 2) + ", " + std::to_string(processed.size() / 2) +
-                         " frames); PROCESSED must be time-aligned, not --raw");
+    const Span span = aligned_span(recordings, args.positional, rates[0], args.has("align"));
+    const int16_t *clean = span.start[0], *noisy = span.start[1], *processed = span.start[2];
+    const std::size_t frames = span.frames;
 
-    for (const auto &p : drive.mismatches(static_cast<int64_t>(clean.size() / 2), rates[0], args.positional[0]))
+    for (const auto &p : drive.mismatches(static_cast<int64_t>(recordings[1].size() / 2), rates[0], args.positional[1]))
         cli::warn(p);
-    const auto words = [&](std::size_t b) { return drive.at(static_cast<int64_t>(b), rates[0]); };
-    const DriveMeasure m = measure_drives(clean.data(), noisy.data(), processed.data(), clean.size() / 2, words);
+    const auto words = [&](std::size_t b) { return drive.at(static_cast<int64_t>(b + span.first_block), rates[0]); };
+    const DriveMeasure m = measure_drives(clean, noisy, processed, frames, words);
     const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
     if (drives.blocks > 0 && drives.noise <= 0.0)
         cli::warn(cli::input_name(args.positional[1]) + " equals " + cli::input_name(args.positional[0]) +
@@ -111,12 +186,10 @@ int run_measure(int argc, char **argv, int first) {
     if (args.has("ceiling")) {
         const float floor =
             (args.has("table") ? read_table(args.value("table")) : default_table()).st_vorl.nr_floor_coef;
-        const std::vector<int16_t> ideal = oracle_output(clean.data(), noisy.data(), clean.size() / 2, words);
-        const double oracle = measure_drives(clean.data(), noisy.data(), ideal.data(), clean.size() / 2, words)
-                                  .drives.attenuation_db();
+        const std::vector<int16_t> ideal = oracle_output(clean, noisy, frames, words);
+        const double oracle = measure_drives(clean, noisy, ideal.data(), frames, words).drives.attenuation_db();
         auto reach = [&](ContentDifference content) {
-            return difference_model_reach(clean.data(), noisy.data(), clean.size() / 2, words, floor, content)
-                .drives.attenuation_db();
+            return difference_model_reach(clean, noisy, frames, words, floor, content).drives.attenuation_db();
         };
         std::printf("  oracle:             %6.2f dB\n", oracle);
         std::printf("  engine's reach:     %6.2f dB\n", reach(ContentDifference::heard));

@@ -1,0 +1,91 @@
+#include "time_alignment.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace vorl {
+
+namespace {
+
+constexpr int kCoarseStep = 16;                // frames summed per coarse sample
+constexpr std::size_t kCoarseWindow = 1 << 15;  // coarse samples compared: ~11 s at 48 kHz
+constexpr std::size_t kFineWindow = 1 << 17;    // frames compared in the refinement: ~2.7 s
+constexpr double kClear = 0.5;                  // a correlation that says "the same sound"
+constexpr double kBetter = 0.05;                // how much a lag must beat none
+
+// Sums of both channels over `count` runs of `step` frames from frame `first`.
+std::vector<float> channel_sums(const int16_t *s, std::size_t first, std::size_t count, int step) {
+    std::vector<float> out(count);
+    const int16_t *p = s + 2 * first;
+    for (std::size_t i = 0; i < count; ++i) {
+        int32_t acc = 0;
+        for (int j = 0; j < 2 * step; ++j) acc += *p++;
+        out[i] = static_cast<float>(acc);
+    }
+    return out;
+}
+
+// Normalised correlation of ref[t] with other[t + k] for t in [begin, end)
+// where t + k lies inside `other`.
+double correlation(const std::vector<float> &ref, const std::vector<float> &other, int64_t begin, int64_t end,
+                   int64_t k) {
+    const int64_t lo = std::max(begin, -k), hi = std::min(end, static_cast<int64_t>(other.size()) - k);
+    double xy = 0, xx = 0, yy = 0;
+    for (int64_t t = lo; t < hi; ++t) {
+        const double x = ref[static_cast<std::size_t>(t)], y = other[static_cast<std::size_t>(t + k)];
+        xy += x * y;
+        xx += x * x;
+        yy += y * y;
+    }
+    return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
+}
+
+struct Best {
+    int64_t lag = 0;
+    double correlation = -2.0;
+};
+
+Best best_lag(const std::vector<float> &ref, const std::vector<float> &other, int64_t begin, int64_t end,
+              int64_t lowest, int64_t highest) {
+    Best best;
+    for (int64_t k = lowest; k <= highest; ++k)
+        if (const double c = correlation(ref, other, begin, end, k); c > best.correlation) best = {k, c};
+    return best;
+}
+
+}  // namespace
+
+std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std::size_t frames, int64_t max_frames) {
+    const std::size_t coarse_n = frames / kCoarseStep;
+    if (coarse_n < 64) return std::nullopt;  // too short to tell
+    const int64_t max_lag = std::min<int64_t>(max_frames, static_cast<int64_t>(frames / 2));
+
+    // Coarse: 16-frame sums of the middle, every lag a multiple of 16 frames.
+    const auto ref_c = channel_sums(reference, 0, coarse_n, kCoarseStep);
+    const auto other_c = channel_sums(other, 0, coarse_n, kCoarseStep);
+    const std::size_t window_c = std::min(coarse_n, kCoarseWindow);
+    const auto begin_c = static_cast<int64_t>((coarse_n - window_c) / 2);
+    const int64_t reach_c = max_lag / kCoarseStep;
+    const Best coarse = best_lag(ref_c, other_c, begin_c, begin_c + static_cast<int64_t>(window_c), -reach_c, reach_c);
+
+    // Fine: frame by frame around the coarse lag (and at 0), on the middle.
+    const int64_t centre = coarse.lag * kCoarseStep;
+    const std::size_t window = std::min(frames, kFineWindow);
+    const auto first = static_cast<int64_t>((frames - window) / 2);
+    const int64_t margin = std::abs(centre) + kCoarseStep;
+    const int64_t span_first = std::max<int64_t>(0, first - margin);
+    const int64_t span_end = std::min(static_cast<int64_t>(frames), first + static_cast<int64_t>(window) + margin);
+    const auto count = static_cast<std::size_t>(span_end - span_first);
+    const auto ref_f = channel_sums(reference, static_cast<std::size_t>(span_first), count, 1);
+    const auto other_f = channel_sums(other, static_cast<std::size_t>(span_first), count, 1);
+    const int64_t begin = first - span_first, end = begin + static_cast<int64_t>(window);
+    const Best fine = best_lag(ref_f, other_f, begin, end, std::max(centre - kCoarseStep, -max_lag),
+                               std::min(centre + kCoarseStep, max_lag));
+    if (fine.correlation < kClear) return std::nullopt;
+    return Lag{fine.lag, fine.correlation, correlation(ref_f, other_f, begin, end, 0)};
+}
+
+bool misaligned(const Lag &lag) { return lag.frames != 0 && lag.correlation >= lag.at_zero + kBetter; }
+
+}  // namespace vorl

@@ -1,0 +1,30 @@
+// Whether two recordings of one scene are time-aligned: the lag at which
+// their channel sums correlate best. A host that does not make up for a
+// plugin's latency, or "vorl process --raw", delays a processed recording
+// against its input; figures that compare the two sample by sample are
+// then meaningless.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace vorl {
+
+struct Lag {
+    int64_t frames;      // other[t + frames] matches reference[t]: positive when other runs late
+    double correlation;  // normalised correlation at that lag
+    double at_zero;      // normalised correlation without a lag
+};
+
+// The best lag within +-max_frames, from up to about 20 s of the middle of
+// the recordings (interleaved stereo, `frames` frames each): a coarse search
+// on 16-frame sums, refined frame by frame. None when no lag correlates
+// clearly (0.5 or more), as with silence or unrelated recordings.
+std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std::size_t frames, int64_t max_frames);
+
+// A lag worth a word: not 0, and clearly better than none (a lag of a
+// fraction of a frame, as from resampling, is not one).
+bool misaligned(const Lag &lag);
+
+}  // namespace vorl
