@@ -1,5 +1,7 @@
 // The Python module's native part (vorl._vorl): the vorl tool's processing
 // and table kit on numpy arrays and bytes.
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -59,7 +61,24 @@ py::bytes bytes_of(const st_vorl_tbl &t) { return py::bytes(reinterpret_cast<con
 std::vector<vorl::DriveWords> words_of(const py::object &drive) {
     std::vector<vorl::DriveWords> words;
     if (drive.is_none()) return words;
-    const Words a = drive.cast<Words>();
+    // Floats (np.loadtxt gives them) are taken when they hold whole numbers;
+    // a cast would turn 1.5 into 1 without a word.
+    const py::array given = py::array::ensure(drive);
+    if (!given) throw py::value_error("drive must be an array of whole numbers, shape (blocks, 3)");
+    const char kind = given.dtype().kind();
+    if (kind == 'f') {
+        const auto values = given.cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
+        const double *v = values.data();
+        for (py::ssize_t i = 0; i < values.size(); ++i)
+            if (!(std::isfinite(v[i]) && v[i] == std::floor(v[i]))) {
+                char text[96];
+                std::snprintf(text, sizeof text, "drive block %zd holds %g, not a whole number", i / 3, v[i]);
+                throw py::value_error(text);
+            }
+    } else if (kind != 'i' && kind != 'u' && kind != 'b') {
+        throw py::value_error("drive must be an array of whole numbers, shape (blocks, 3)");
+    }
+    const Words a = given.cast<Words>();
     if (a.ndim() != 2 || a.shape(1) != 3) throw py::value_error("drive must have shape (blocks, 3): zoom, af, wind");
     const auto r = a.unchecked<2>();
     for (py::ssize_t b = 0; b < a.shape(0); ++b) {

@@ -96,6 +96,9 @@ def test_bad_input_is_refused_with_words(tmp_path):
         vorl.process(audio.astype(np.float32))
     with pytest.raises(ValueError, match="drive block 1"):
         vorl.process(audio, [[0, 0, 0], [3, 0, 0]])
+    with pytest.raises(ValueError, match="drive block 1 holds 1.5, not a whole number"):
+        vorl.process(audio, np.array([[0, 0, 0], [1.5, 0, 0]]))
+    vorl.process(audio, np.array([[0.0, 0, 0], [1, 0, 0]]))  # whole floats, as np.loadtxt reads a drive file
     with pytest.raises(ValueError, match="4184 bytes"):
         vorl.process(audio, table=b"short")
     damaged = bytearray(vorl.default_table())
