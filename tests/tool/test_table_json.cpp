@@ -87,6 +87,7 @@ TEST(TableJson, RefusesWhatItCannotRepresentExactly) {
         {"\"nz_block_counter\": 32", "\"nz_block_counter\": 40000", "nz_block_counter: 40000 is outside"},
         {"\"train_mode\": 0", "\"train_mode\": 0.5", "train_mode: expected an integer"},
         {"\"over_est\": 1.5", "\"over_est\": 1e39", "over_est: number out of the float range"},
+        {"\"over_est\": 1.5", "\"over_est\": 1e400", "not valid JSON: number overflow parsing '1e400'"},
         {"\"over_est\": 1.5", "\"over_est\": \"Inf\"", "over_est: \"Inf\" is not a float"},
         {"\"tbl_version\": \"0x01030000\"", "\"tbl_version\": 16973824", "tbl_version: expected a string"},
         {"\"spare\": [\n      0, 0\n    ]", "\"spare\": [0]", "spare: expected 2 entries, found 1"},

@@ -354,7 +354,7 @@ st_vorl_tbl table_from_json(const std::string &text) {
     json doc;
     try {
         doc = json::parse(text);
-    } catch (const json::parse_error &e) {
+    } catch (const json::exception &e) {  // syntax, or a number beyond a double (1e400)
         // The parser's own text, without its "[json.exception...]" tag.
         const std::string what = e.what();
         const auto tag_end = what.find("] ");
