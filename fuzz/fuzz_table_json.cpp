@@ -32,7 +32,8 @@ namespace {
 void check_round_trip(const st_vorl_tbl &t) {
     for (const bool curves : {false, true}) {
         const st_vorl_tbl back = tk::table_from_json(tk::table_to_json(t, curves));
-        if (std::memcmp(&back, &t, sizeof t) != 0) vorl::fuzz::invariant_broken("to-json then from-json changed the table");
+        if (std::memcmp(&back, &t, sizeof t) != 0)
+            vorl::fuzz::invariant_broken("to-json then from-json changed the table");
     }
 }
 
@@ -40,7 +41,8 @@ void check_rules(const st_vorl_tbl &t) {
     const auto broken = tk::check_table_rules(t);
     if (!broken.empty() && tk::summarise(broken).empty()) vorl::fuzz::invariant_broken("empty rule summary");
     for (const auto &v : broken)
-        if (v.where.empty() || v.problem.empty()) vorl::fuzz::invariant_broken("a broken rule without field or problem");
+        if (v.where.empty() || v.problem.empty())
+            vorl::fuzz::invariant_broken("a broken rule without field or problem");
     for (const auto &f : tk::learned_curve_faults(t.st_vorl))
         if (tk::describe(f, t.st_vorl).empty()) vorl::fuzz::invariant_broken("a curve fault without words");
 }

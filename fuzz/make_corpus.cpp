@@ -67,7 +67,8 @@ Bytes json_edit(bool curves, const std::string &needle, uint8_t removed, const s
         std::fprintf(stderr, "make_corpus: \"%s\" not found in the reference table's JSON\n", needle.c_str());
         std::exit(1);
     }
-    Bytes b{static_cast<uint8_t>(curves ? 6 : 2), static_cast<uint8_t>(at & 0xFF), static_cast<uint8_t>(at >> 8), removed};
+    Bytes b{static_cast<uint8_t>(curves ? 6 : 2), static_cast<uint8_t>(at & 0xFF), static_cast<uint8_t>(at >> 8),
+            removed};
     put(b, inserted.data(), inserted.size());
     return b;
 }
@@ -193,7 +194,8 @@ int main(int argc, char **argv) {
         ok &= write(tj, "document_incomplete", b);
     }
     ok &= write(tj, "edit_not_a_number", json_edit(false, "\"nr_floor_coef\": ", 0, "\"nan:0x7fc00001\", \"x\": "));
-    ok &= write(tj, "edit_duplicate_key", json_edit(false, "\"st_vorlc\": {", 14, "\"st_vorlc\": {\"nr_ctrl_counter\": 1, "));
+    ok &= write(tj, "edit_duplicate_key",
+                json_edit(false, "\"st_vorlc\": {", 14, "\"st_vorlc\": {\"nr_ctrl_counter\": 1, "));
     ok &= write(tj, "edit_cut_short", json_edit(false, "\"zspec_comp_base_bin\"", 255, ""));
     ok &= write(tj, "edit_curve_value", json_edit(true, "\"value\": ", 10, "\"value\": 1e39, "));
     ok &= write(tj, "edit_curve_bin", json_edit(true, "\"bin\": ", 8, "\"bin\": 300, "));
@@ -202,7 +204,8 @@ int main(int argc, char **argv) {
     // ---- drive_file: flags, range text, frames, file text
     const std::string df = root + "/drive_file";
     // Rates by index: 6 44.1 kHz, 7 48 kHz, 0 1 Hz.
-    ok &= write(df, "file_good", drive_seed(0x71, "", 2048, "# zoom af wind\n0 0 0\n1 0 0\n2 7 1\n\n0 4294967295 0\r\n"));
+    ok &= write(df, "file_good",
+                drive_seed(0x71, "", 2048, "# zoom af wind\n0 0 0\n1 0 0\n2 7 1\n\n0 4294967295 0\r\n"));
     ok &= write(df, "file_bad_word", drive_seed(0x71, "", 1024, "0 0 0\n3 0 0\n"));
     ok &= write(df, "file_extra_field", drive_seed(0x61, "", 512, "1 0 0 0\n"));
     ok &= write(df, "file_out_of_range", drive_seed(0x71, "", 512, "1 4294967296 0\n-0 0 0\n0x1 0 0\n"));

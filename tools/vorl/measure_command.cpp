@@ -144,7 +144,8 @@ Span aligned_span(const std::vector<int16_t> (&recordings)[3], const std::vector
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
-    const cli::ParsedArgs args = cli::parse_args(argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}}), "measure");
+    const cli::ParsedArgs args = cli::parse_args(
+        argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
