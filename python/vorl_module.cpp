@@ -180,6 +180,7 @@ py::tuple read_audio(const std::string &path) {
 // (table bytes, report text).
 py::tuple fit_table(const Pcm &audio, const py::object &drive, const py::object &base, bool quick, int rate) {
     if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    vorl::check_sample_rate(rate, "take");
     const std::vector<vorl::DriveWords> words = words_of(drive);
     const std::size_t blocks = static_cast<std::size_t>((audio.shape(0) + kBlock - 1) / kBlock);
     if (words.size() != blocks)

@@ -331,13 +331,18 @@ TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {
     Sandbox box;
     write_audio(box.path("mono.wav"), 1, 4800, 48000, kWav16, tone);
     write_audio(box.path("in.wav"), 2, 4800, 48000, kWav16, tone);
+    // A rate no recording has: resampled, its 4800 frames would last days.
+    write_audio(box.path("slow.wav"), 2, 4800, 2, kWav16, tone);
     const RunResult mono = box.vorl({"process", "mono.wav", "out.wav"});
     EXPECT_EQ(mono.exit_code, 2);
     EXPECT_TRUE(contains(mono.err, "mono.wav: found 1 channel")) << mono.err;
+    const RunResult slow = box.vorl({"process", "slow.wav", "out.wav"});
+    EXPECT_EQ(slow.exit_code, 2);
+    EXPECT_TRUE(contains(slow.err, "slow.wav: sample rate 2 Hz lies outside")) << slow.err;
     const RunResult r = box.vorl({"process", "in.wav", "out.wav", "--table", "nope.tbl", "--learn", "learned.tbl"});
     EXPECT_EQ(r.exit_code, 2);
     EXPECT_TRUE(contains(r.err, "nope.tbl")) << r.err;
-    EXPECT_EQ(box.files(), (std::vector<std::string>{"in.wav", "mono.wav"}));
+    EXPECT_EQ(box.files(), (std::vector<std::string>{"in.wav", "mono.wav", "slow.wav"}));
 }
 
 TEST(VorlProcess, UsageErrorsExitWithOne) {

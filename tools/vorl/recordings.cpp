@@ -6,9 +6,21 @@
 
 namespace vorl {
 
+void check_sample_rate(int rate, const std::string &name) {
+    if (rate < kLowestRate || rate > kHighestRate)
+        cli::input_error(name + ": sample rate " + std::to_string(rate) + " Hz lies outside the " +
+                         std::to_string(kLowestRate) + "-" + std::to_string(kHighestRate) +
+                         " Hz that recordings have; is the header right?");
+}
+
 std::unique_ptr<SampleReader> open_recording(const std::string &path, bool dither) {
-    if (path != "-" && is_video_container(path)) return open_video(path);
-    return std::make_unique<AudioReader>(path, dither);
+    std::unique_ptr<SampleReader> in;
+    if (path != "-" && is_video_container(path))
+        in = open_video(path);
+    else
+        in = std::make_unique<AudioReader>(path, dither);
+    check_sample_rate(in->sample_rate(), in->name());
+    return in;
 }
 
 WholeRecording read_whole_recording(const std::string &path) {

@@ -13,6 +13,14 @@
 
 namespace vorl {
 
+// The sample rates a recording may have. Outside them the header is wrong,
+// not the recording odd: at 1 Hz, 20 s of samples would resample to eleven
+// days at 48 kHz.
+constexpr int kLowestRate = 8000, kHighestRate = 768000;
+
+// Input error naming `name` when `rate` lies outside those rates.
+void check_sample_rate(int rate, const std::string &name);
+
 // Opens `path` ("-": standard input, always an audio stream). Samples of
 // audio formats wider than 16 bits reach 16 bits with TPDF dither when
 // `dither`, else rounded.
