@@ -167,6 +167,21 @@ std::string rule_summary(const py::bytes &table) {
     return broken.empty() ? "" : vorl::tablekit::summarise(broken);
 }
 
+// A drive file as the tool reads it: (blocks, 3) words "zoom af wind".
+Words read_drive(const std::string &path) {
+    const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_file(path);
+    const auto blocks = static_cast<py::ssize_t>(schedule.file_blocks());
+    Words words({blocks, py::ssize_t{3}});
+    auto w = words.mutable_unchecked<2>();
+    for (py::ssize_t b = 0; b < blocks; ++b) {
+        const vorl::DriveWords d = schedule.at(b, 48000.0);  // a file's words: the rate plays no part
+        w(b, 0) = d.zoom;
+        w(b, 1) = d.af;
+        w(b, 2) = d.wind;
+    }
+    return words;
+}
+
 // A whole recording as 16-bit stereo: an audio file or a video's sound;
 // with what the way to 16 bits changed, in the tool's words.
 py::tuple read_audio(const std::string &path) {
@@ -249,6 +264,7 @@ PYBIND11_MODULE(_vorl, m) {
           py::arg("pulse") = false, py::arg("dc_cut") = false, py::arg("strength") = 1.0, py::arg("prime") = true, py::arg("gains") = false,
           py::arg("force") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
+    m.def("read_drive", &read_drive, py::arg("path"));
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

@@ -73,22 +73,10 @@ def read_audio(path):
 
 
 def read_drive(path):
-    """A drive file as an int64 array of shape (blocks, 3): one line per
-    block, "zoom af wind"; empty lines and lines starting with # skipped."""
-    rows = []
-    with open(path, encoding="utf-8") as f:
-        for number, line in enumerate(f, 1):
-            text = line.strip()
-            if not text or text.startswith("#"):
-                continue
-            fields = text.split()
-            try:
-                if len(fields) != 3:
-                    raise ValueError
-                rows.append([int(v) for v in fields])
-            except ValueError:
-                raise Error(f"{path}:{number}: expected three integers \"zoom af wind\", got {text!r}") from None
-    return np.array(rows, dtype=np.int64).reshape(-1, 3)
+    """A drive file as an int64 array of shape (blocks, 3), read and checked
+    as the tool reads it: one line per block, "zoom af wind"; empty lines
+    and lines starting with # skipped."""
+    return _vorl.read_drive(os.fspath(path))
 
 
 def drive_from_ranges(frames, rate, zoom_in=(), zoom_out=(), af=(), wind=()):

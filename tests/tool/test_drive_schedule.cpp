@@ -50,7 +50,8 @@ TEST(DriveSchedule, MalformedRangesAndOverlappingDirectionsAreUsageErrors) {
 
 TEST(DriveSchedule, DriveFileLinesAreBlocksAndErrorsNameTheLine) {
     const std::string path = ::testing::TempDir() + "drive.txt";
-    std::ofstream(path) << "# zoom af wind\n0 0 0\n\n1 0 1\n2 7 0\n";
+    // With the UTF-8 mark and line ends some editors write.
+    std::ofstream(path) << "\xEF\xBB\xBF# zoom af wind\r\n0 0 0\r\n\r\n1 0 1\r\n2 7 0\r\n";
     const DriveSchedule s = DriveSchedule::from_file(path);
     EXPECT_EQ(s.file_blocks(), 3u);
     EXPECT_EQ(s.at(1, 48000).zoom, 1u);

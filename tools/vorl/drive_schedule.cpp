@@ -66,7 +66,9 @@ std::vector<TimeRange> parse_ranges(const std::string &value, const std::string 
 }
 
 DriveSchedule DriveSchedule::from_file(const std::string &path) {
-    std::istringstream in(read_file(path, "drive file"));
+    std::string text = read_file(path, "drive file");
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);  // a UTF-8 mark some editors add
+    std::istringstream in(text);
     DriveSchedule s;
     s.file_given_ = true;
     s.file_ = cli::input_name(path);
