@@ -1,5 +1,6 @@
 // The Python module's native part (vorl._vorl): the vorl tool's processing
 // and table kit on numpy arrays and bytes.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include "table_curves.h"
 #include "table_json.h"
 #include "table_rules.h"
+#include "time_alignment.h"
 #include "table_store.h"
 
 namespace py = pybind11;
@@ -182,6 +184,15 @@ Words read_drive(const std::string &path) {
     return words;
 }
 
+// Why `other` is not time-aligned with `reference` (as "vorl measure" says
+// it), or "" when it is or no lag stands out.
+std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const std::string &name,
+                         const std::string &reference_name) {
+    const auto frames = static_cast<std::size_t>(std::min(reference.shape(0), other.shape(0)));
+    const auto lag = vorl::find_lag(reference.data(), other.data(), frames, rate);
+    return lag && vorl::misaligned(*lag) ? vorl::describe_lag(*lag, rate, name, reference_name) : "";
+}
+
 // A whole recording as 16-bit stereo: an audio file or a video's sound;
 // with what the way to 16 bits changed, in the tool's words.
 py::tuple read_audio(const std::string &path) {
@@ -265,6 +276,7 @@ PYBIND11_MODULE(_vorl, m) {
           py::arg("force") = false);
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("read_drive", &read_drive, py::arg("path"));
+    m.def("misalignment", &misalignment);
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

@@ -52,6 +52,11 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     with pytest.raises(subprocess.CalledProcessError) as failed:
         run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
     assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr
+    # Output as long as the input but late, as --raw (or a host ignoring the latency) writes it.
+    run_tool("process", demo / "noisy.wav", tmp_path / "raw.wav", "--drive", demo / "drive.txt", "--raw", "-q")
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "raw.wav", tmp_path / "r")
+    assert failed.value.returncode == 2 and "raw.wav runs 768 frames (16.0 ms) late" in failed.value.stderr
 
 
 def test_report_draws_a_table_that_breaks_a_rule_and_refuses_a_damaged_one(tmp_path):

@@ -281,6 +281,11 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     own, gains = vorl.process(noisy, drive, table, gains=True, force=True)
     if processed_path:
         processed, processed_rate = vorl.read_audio(processed_path)
+        late = _vorl.misalignment(noisy, processed, rate, str(processed_path), str(noisy_path))
+        if late:
+            raise vorl.Error(f"{late}: the report needs the time-aligned output (a host that does not make up for "
+                             f"the plugin's latency, or vorl process --raw, delays it so); leave out --processed "
+                             f"to process the input here")
         if processed_rate != rate or len(processed) != len(noisy):
             raise vorl.Error(f"{processed_path}: {len(processed)} frames at {processed_rate} Hz, the input has "
                              f"{len(noisy)} at {rate} Hz; give the time-aligned output of vorl process")

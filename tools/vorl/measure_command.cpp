@@ -2,7 +2,6 @@
 // much the recording changed where no drive ran.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -82,14 +81,6 @@ struct Span {
     std::size_t first_block;
 };
 
-std::string lag_in_words(const Lag &lag, int rate) {
-    char text[96];
-    const auto frames = static_cast<long long>(std::llabs(lag.frames));
-    std::snprintf(text, sizeof text, "%lld frame%s (%.1f ms) %s", frames, frames == 1 ? "" : "s",
-                  1000.0 * static_cast<double>(frames) / rate, lag.frames > 0 ? "late" : "early");
-    return text;
-}
-
 // Refuses CLEAN or PROCESSED when it runs late or early against NOISY, or
 // with `align` takes its lag out; then the frames all three share, from a
 // block boundary of NOISY on.
@@ -101,11 +92,7 @@ Span aligned_span(const std::vector<int16_t> (&recordings)[3], const std::vector
         const auto shared = static_cast<std::size_t>(std::min(frames_of(i), frames_of(1)));
         const auto found = find_lag(recordings[1].data(), recordings[i].data(), shared, rate);
         if (!found || !misaligned(*found)) continue;
-        char correlations[96];
-        std::snprintf(correlations, sizeof correlations, " (correlation %.2f there, %.2f as it stands)",
-                      found->correlation, found->at_zero);
-        const std::string what = cli::input_name(names[i]) + " runs " + lag_in_words(*found, rate) + " against " +
-                                 cli::input_name(names[1]) + correlations;
+        const std::string what = describe_lag(*found, rate, cli::input_name(names[i]), cli::input_name(names[1]));
         if (!align)
             cli::input_error(what + ": the recordings must be time-aligned. A host that does not make up for a "
                              "plugin's latency, or \"vorl process --raw\", delays its output so; --align takes "

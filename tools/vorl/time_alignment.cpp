@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 namespace vorl {
@@ -87,5 +89,16 @@ std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std:
 }
 
 bool misaligned(const Lag &lag) { return lag.frames != 0 && lag.correlation >= lag.at_zero + kBetter; }
+
+std::string describe_lag(const Lag &lag, int rate, const std::string &name, const std::string &reference) {
+    const auto frames = static_cast<long long>(std::llabs(lag.frames));
+    char text[160];
+    std::snprintf(text, sizeof text, " runs %lld frame%s (%.1f ms) %s against ", frames, frames == 1 ? "" : "s",
+                  1000.0 * static_cast<double>(frames) / rate, lag.frames > 0 ? "late" : "early");
+    char correlations[96];
+    std::snprintf(correlations, sizeof correlations, " (correlation %.2f there, %.2f as it stands)", lag.correlation,
+                  lag.at_zero);
+    return name + text + reference + correlations;
+}
 
 }  // namespace vorl

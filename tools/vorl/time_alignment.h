@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace vorl {
 
@@ -26,5 +27,9 @@ std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std:
 // A lag worth a word: not 0, and clearly better than none (a lag of a
 // fraction of a frame, as from resampling, is not one).
 bool misaligned(const Lag &lag);
+
+// "NAME runs 768 frames (16.0 ms) late against REFERENCE (correlation 1.00
+// there, -0.11 as it stands)".
+std::string describe_lag(const Lag &lag, int rate, const std::string &name, const std::string &reference);
 
 }  // namespace vorl
