@@ -178,6 +178,12 @@ TEST(VorlTable, FitWritesACheckedTableAndRefusesTakesItCannotUse) {
     EXPECT_EQ(json_diff.exit_code, 0) << json_diff.err;
     auto after_names = [](const std::string &out) { return out.substr(out.find('\n', out.find("B: ")) + 1); };
     EXPECT_EQ(after_names(json_diff.out), after_names(diff.out));
+    EXPECT_FALSE(contains(diff.err, "checksum")) << diff.err;
+    std::string damaged = read_bytes(box.path("cal.tbl"));
+    damaged[100] ^= 1;
+    write_bytes(box.path("damaged.tbl"), damaged);
+    const RunResult damaged_diff = box.vorl({"table", "diff", "damaged.tbl", "cal.tbl"});
+    EXPECT_TRUE(contains(damaged_diff.err, "damaged.tbl: checksum wrong")) << damaged_diff.err;
 
     const RunResult past = box.vorl({"table", "fit", "cal.wav", "--zoom-in", "1-4", "--zoom-out", "5-12", "-o",
                                      "past.tbl", "--quick"});

@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "cli.h"
 #include "commands.h"
+#include "table_checksum.h"
 #include "table_curves.h"
 #include "table_fields.h"
 #include "table_store.h"
@@ -136,6 +138,9 @@ int run_table_diff(int argc, char **argv, int first) {
     cli::expect_positional(args, 2, "table diff", "A B");
     cli::one_standard_input(args.positional);
     const st_vorl_tbl a = read_table_or_json(args.positional[0]), b = read_table_or_json(args.positional[1]);
+    for (const auto &[t, path] : {std::pair{&a, args.positional[0]}, std::pair{&b, args.positional[1]}})
+        if (tablekit::checksum(*t) != t->check_sum)
+            cli::warn(cli::input_name(path) + ": checksum wrong, the tuning table is damaged; shown as it stands");
     std::printf("A: %s\nB: %s\n", cli::input_name(args.positional[0]).c_str(),
                 cli::input_name(args.positional[1]).c_str());
     int shown = zoom_diff(a.st_vorl, b.st_vorl);
