@@ -184,6 +184,13 @@ Words read_drive(const std::string &path) {
     return words;
 }
 
+// What "vorl process" warns of when a drive file does not fit a recording
+// of `frames` frames at `rate` Hz called `audio`.
+std::vector<std::string> drive_mismatches(const std::string &drive_path, int64_t frames, int rate,
+                                          const std::string &audio) {
+    return vorl::DriveSchedule::from_file(drive_path).mismatches(frames, rate, audio);
+}
+
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says
 // it), or "" when it is or no lag stands out.
 std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const std::string &name,
@@ -277,6 +284,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("read_drive", &read_drive, py::arg("path"));
     m.def("misalignment", &misalignment);
+    m.def("drive_mismatches", &drive_mismatches);
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

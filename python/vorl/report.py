@@ -265,11 +265,9 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     # Without a drive file the drives are detected, as vorl process does.
     drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
-    if drive_path and len(drive) != blocks:
-        print(f"vorl: warning: {drive_path}: {len(drive)} block lines, but {noisy_path} has {blocks} blocks "
-              f"({len(noisy) / rate:.2f} s); "
-              + ("the blocks past the file's end are idle" if len(drive) < blocks
-                 else "the lines past the recording's end are unused"), file=sys.stderr)
+    if drive_path:
+        for problem in _vorl.drive_mismatches(str(drive_path), len(noisy), rate, str(noisy_path)):
+            print(f"vorl: warning: {problem}", file=sys.stderr)
     # A table that breaks a rule is drawn as the library runs it, with a
     # warning: the report is where one looks at what such a table does.
     if table and any(where == "check_sum" for where, _ in vorl.check_table(table)):
