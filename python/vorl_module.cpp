@@ -112,7 +112,7 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
     py::array_t<float> gain({blocks, py::ssize_t{2}, kBins});
     int16_t *next = out.mutable_data();
     float *g = gain.mutable_data();
-    std::string polarity;
+    std::vector<std::string> faults;
     {
         py::gil_scoped_release unlocked;
         vorl::EngineStream stream(session, schedule, 48000, dc_cut, false, [&](const int16_t *s, std::size_t n) {
@@ -128,10 +128,10 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
             });
         stream.push(audio.data(), static_cast<std::size_t>(frames));
         stream.finish();
-        polarity = stream.input_check().polarity_warning();
+        faults = stream.input_check().warnings();
     }
     py::list warnings;
-    if (!polarity.empty()) warnings.append(polarity);
+    for (const std::string &f : faults) warnings.append(f);
     return py::make_tuple(out, gains ? py::object(gain) : py::none(), warnings);
 }
 

@@ -49,6 +49,8 @@ def test_input_faults_are_warned_of(demo, tmp_path, recwarn):
     inverted[:, 1] = np.clip(-audio[:, 1].astype(np.int32), -32768, 32767)
     with pytest.warns(vorl.InputWarning, match="opposite polarity"):
         vorl.process(inverted, drive)
+    with pytest.warns(vorl.InputWarning, match="channels are identical during the zoom drives"):
+        vorl.process(np.repeat(audio[:, :1], 2, axis=1), drive)
 
     # A float recording with NaN samples (read as 0) and one beyond full scale.
     samples = np.full((1000, 2), 0.25, dtype="<f4")

@@ -671,14 +671,31 @@ TEST(VorlProcess, LearningWritesOnlyTheNamedTable) {
     EXPECT_EQ(box.files(), (std::vector<std::string>{"af.tbl", "in.wav", "learned.tbl", "out.wav", "raw.wav", "start.tbl"}));
 }
 
-TEST(VorlProcess, WarnsOfAChannelInOppositePolarity) {
+// A 200 Hz tone in both channels, scaled by channel.
+template <int Left, int Right>
+double scaled_tone(int64_t n, int c) {
+    return 0.3 * (c == 0 ? Left : Right) * std::sin(2.0 * M_PI * 200.0 * n / 48000.0);
+}
+
+TEST(VorlProcess, WarnsOfAChannelInOppositePolarityIdenticalChannelsAndADeadOne) {
     Sandbox box;
-    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16,
-                [](int64_t n, int c) { return (c == 0 ? 0.3 : -0.3) * std::sin(2.0 * M_PI * 200.0 * n / 48000.0); });
-    const RunResult r = box.vorl({"process", "in.wav", "out.wav", "--zoom-in", "0.5-1"});
-    EXPECT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_TRUE(contains(r.err, "in.wav: the channels are in opposite polarity below 470 Hz between drives "
-                                "(correlation -1.00)")) << r.err;
+    write_audio(box.path("inverted.wav"), 2, 48000, 48000, kWav16, scaled_tone<1, -1>);
+    write_audio(box.path("identical.wav"), 2, 48000, 48000, kWav16, scaled_tone<1, 1>);
+    write_audio(box.path("dead.wav"), 2, 48000, 48000, kWav16, scaled_tone<1, 0>);
+    auto warnings = [&](const char *name) {
+        const RunResult r = box.vorl({"process", name, "out.wav", "--zoom-in", "0.5-1", "-y"});
+        EXPECT_EQ(r.exit_code, 0) << r.err;
+        return r.err;
+    };
+    const std::string inverted = warnings("inverted.wav");
+    EXPECT_TRUE(contains(inverted, "inverted.wav: the channels are in opposite polarity below 470 Hz between drives "
+                                   "(correlation -1.00)")) << inverted;
+    EXPECT_FALSE(contains(inverted, "during the zoom drives")) << inverted;
+    const std::string identical = warnings("identical.wav");
+    EXPECT_TRUE(contains(identical, "identical.wav: the two channels are identical during the zoom drives")) << identical;
+    EXPECT_FALSE(contains(identical, "opposite polarity")) << identical;
+    const std::string dead = warnings("dead.wav");
+    EXPECT_TRUE(contains(dead, "dead.wav: the right channel is silent during the zoom drives")) << dead;
 }
 
 TEST(VorlProcess, ReportsLearningThatFailsThePlausibilityCheck) {

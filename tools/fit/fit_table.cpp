@@ -433,13 +433,13 @@ void check_take(const Take &take, const Fitter &fitter, FitReport &r) {
             }
     const double both = power[0] + power[1];
     if (both == 0.0) throw FitError("the take is digital silence during the drives: nothing to fit");
-    if (diff <= 1e-6 * both)
+    if (diff <= kSilentRatio * both)
         throw FitError("the two channels are identical during the drives: the difference model cannot be fitted "
                        "(a stereo take from the camera's own two capsules is needed)");
     // A dead capsule (or one channel of a mono take padded to stereo): the
     // difference is then the other channel itself.
     for (int c = 0; c < 2; ++c)
-        if (power[c] <= 1e-6 * power[1 - c])
+        if (power[c] <= kSilentRatio * power[1 - c])
             throw FitError(std::string("the ") + (c == 0 ? "left" : "right") +
                            " channel is silent during the drives (over 60 dB under the other): the difference "
                            "model cannot be fitted (a stereo take from the camera's own two capsules is needed)");

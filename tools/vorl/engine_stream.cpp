@@ -77,7 +77,8 @@ void EngineStream::run_chunk(bool at_end) {
         if (dc_cut_) VORLDcCutProc(block, &dc_, kBlock);
         const DriveWords words = drive_.at(blocks_, rate_);
         if (k * kBlock < filled_)
-            input_check_.take(block, std::min(kBlock, filled_ - k * kBlock), !words.driven() && words.wind == 0);
+            input_check_.take(block, std::min(kBlock, filled_ - k * kBlock), !words.driven() && words.wind == 0,
+                              words.zoom != 0);
         session_.process(block, out_.data() + 2 * k * kBlock, words);
         if (after_block_) after_block_(blocks_);
     }

@@ -18,7 +18,7 @@ const double kLower = 1.0 - std::exp(-2.0 * kPi * 94.0 / 48000.0);
 constexpr double kLeastPower = 1.0;
 }  // namespace
 
-void InputCheck::take(const int16_t *frames, std::size_t count, bool between_drives) {
+void InputCheck::take(const int16_t *frames, std::size_t count, bool between_drives, bool zoom) {
     for (std::size_t n = 0; n < count; ++n) {
         double band[2];
         for (int c = 0; c < 2; ++c) {
@@ -27,6 +27,11 @@ void InputCheck::take(const int16_t *frames, std::size_t count, bool between_dri
             low_[c] += kUpper * (x - low_[c]);
             high_[c] += kLower * (x - high_[c]);
             band[c] = low_[c] - high_[c];
+            if (zoom) zoom_power_[c] += static_cast<double>(x) * x;
+        }
+        if (zoom) {
+            const double d = static_cast<double>(frames[2 * n]) - frames[2 * n + 1];
+            zoom_difference_ += d * d;
         }
         if (!between_drives) continue;
         cross_ += band[0] * band[1];
@@ -56,6 +61,28 @@ std::string InputCheck::polarity_warning() const {
                   "inverted, and then far sound reads as motor noise during drives; check the recording chain",
                   c);
     return m;
+}
+
+std::string InputCheck::channels_warning() const {
+    const double both = zoom_power_[0] + zoom_power_[1];
+    if (both == 0.0) return {};  // silence, or no zoom drive
+    if (zoom_difference_ <= kSilentRatio * both)
+        return "the two channels are identical during the zoom drives (a mono recording copied to both?): the "
+               "zoom-noise estimate rests on their difference, so no zoom noise is removed";
+    for (int c = 0; c < 2; ++c)
+        if (zoom_power_[c] <= kSilentRatio * zoom_power_[1 - c])
+            return std::string("the ") + (c == 0 ? "left" : "right") +
+                   " channel is silent during the zoom drives (over 60 dB under the other; a dead capsule?): the "
+                   "channels' difference is then the " + (c == 0 ? "right" : "left") +
+                   " channel itself, and all its sound is taken for motor noise";
+    return {};
+}
+
+std::vector<std::string> InputCheck::warnings() const {
+    std::vector<std::string> found;
+    for (std::string w : {polarity_warning(), channels_warning()})
+        if (!w.empty()) found.push_back(std::move(w));
+    return found;
 }
 
 }  // namespace vorl

@@ -530,7 +530,7 @@ int run_process(int argc, char **argv, int first) {
                       " output sample(s) at full scale where the input was not (the noise reducer saturates there)");
         if (bridge && bridge->output_clipped() > 0)
             cli::warn(std::to_string(bridge->output_clipped()) + " output sample(s) clipped after resampling back");
-        if (const std::string p = engine.input_check().polarity_warning(); !p.empty()) cli::warn(in.name() + ": " + p);
+        for (const std::string &w : engine.input_check().warnings()) cli::warn(in.name() + ": " + w);
         if (frames != in.frames())  // the length became known, or proved shorter, only now
             for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
