@@ -44,6 +44,12 @@ void make_video_of(const std::string &audio, const std::string &path) {
     if (std::system(cmd.c_str()) != 0) throw std::runtime_error("ffmpeg could not make " + path);
 }
 
+void add_second_audio(const std::string &clip, const std::string &path) {
+    const std::string cmd =
+        std::string(VORL_FFMPEG) + " -v error -y -i '" + clip + "' -map 0 -map 0:a -c copy '" + path + "'";
+    if (std::system(cmd.c_str()) != 0) throw std::runtime_error("ffmpeg could not make " + path);
+}
+
 ContainerRecord inspect(const std::string &path) {
     AVFormatContext *fmt = nullptr;
     if (avformat_open_input(&fmt, path.c_str(), nullptr, nullptr) < 0 || avformat_find_stream_info(fmt, nullptr) < 0)

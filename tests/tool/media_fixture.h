@@ -27,6 +27,10 @@ void make_clip(const std::string &path, const ClipSpec &spec = {});
 // pattern as long as the sound, which is coded as AAC.
 void make_video_of(const std::string &audio, const std::string &path);
 
+// Writes `path` as a copy of the clip at `clip` whose audio stream comes
+// twice (a second audio stream, as for a commentary).
+void add_second_audio(const std::string &clip, const std::string &path);
+
 struct PacketRecord {
     int64_t pts, dts;
     int size;

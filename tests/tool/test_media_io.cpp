@@ -107,6 +107,27 @@ INSTANTIATE_TEST_SUITE_P(Containers, MediaRoundTrip,
                              return file.substr(0, 4) + "_" + file.substr(5);
                          });
 
+// A second audio stream (a commentary, say) is copied as it was, and the
+// summary says which stream got the new sound.
+TEST(MediaIo, OtherAudioStreamsAreCopiedAndNamed) {
+    const std::string dir = temp_dir(), clip = dir + "/clip.mkv", in = dir + "/two.mkv", out = dir + "/out.mkv";
+    test::make_clip(clip);
+    test::add_second_audio(clip, in);
+    {
+        MediaReader reader(in);
+        MediaWriter writer(reader, out, reader.sample_rate(), {});
+        const std::vector<int16_t> sound = read_all(reader);
+        writer.write(sound.data(), sound.size() / 2);
+        writer.commit();
+        EXPECT_NE(writer.encoding().find("in stream 1; 1 other audio stream copied unchanged"), std::string::npos)
+            << writer.encoding();
+    }
+    const test::ContainerRecord a = test::inspect(in), b = test::inspect(out);
+    ASSERT_EQ(b.streams.size(), 3u);
+    EXPECT_EQ(test::packets_in(b.streams[2], 48000), test::packets_in(a.streams[2], 48000));
+    std::system(("rm -rf '" + dir + "'").c_str());
+}
+
 TEST(MediaIo, RefusesWhatItCannotDoNamingTheFile) {
     const std::string dir = temp_dir();
     test::make_clip(dir + "/mono.mp4", {"aac", 1});

@@ -468,6 +468,13 @@ std::string MediaWriter::encoding() const {
     std::string text = avcodec_get_name(encoder_->codec_id);
     if (!is_pcm(encoder_->codec_id) && encoder_->bit_rate > 0)
         text += " " + std::to_string((encoder_->bit_rate + 500) / 1000) + " kb/s";
+    // With several audio streams, say which one was processed.
+    unsigned others = 0;
+    for (unsigned i = 0; i < source_->nb_streams; ++i)
+        others += static_cast<int>(i) != audio_ && source_->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    if (others > 0)
+        text += " in stream " + std::to_string(audio_) + "; " + std::to_string(others) + " other audio stream" +
+                (others == 1 ? "" : "s") + " copied unchanged";
     return text;
 }
 
