@@ -184,11 +184,11 @@ Words read_drive(const std::string &path) {
     return words;
 }
 
-// What "vorl process" warns of when a drive file does not fit a recording
-// of `frames` frames at `rate` Hz called `audio`.
-std::vector<std::string> drive_mismatches(const std::string &drive_path, int64_t frames, int rate,
+// What "vorl process" warns of when the words of the drive file `name` do
+// not fit a recording of `frames` frames at `rate` Hz called `audio`.
+std::vector<std::string> drive_mismatches(const py::object &drive, const std::string &name, int64_t frames, int rate,
                                           const std::string &audio) {
-    return vorl::DriveSchedule::from_file(drive_path).mismatches(frames, rate, audio);
+    return vorl::DriveSchedule::from_words(words_of(drive), name).mismatches(frames, rate, audio);
 }
 
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says
@@ -197,7 +197,7 @@ std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const
                          const std::string &reference_name) {
     const auto frames = static_cast<std::size_t>(std::min(reference.shape(0), other.shape(0)));
     const auto lag = vorl::find_lag(reference.data(), other.data(), frames, rate);
-    return lag && vorl::misaligned(*lag) ? vorl::describe_lag(*lag, rate, name, reference_name) : "";
+    return lag ? vorl::describe_lag(*lag, rate, name, reference_name) : "";
 }
 
 // A whole recording as 16-bit stereo: an audio file or a video's sound;

@@ -266,7 +266,7 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     # Without a drive file the drives are detected, as vorl process does.
     drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
     if drive_path:
-        for problem in _vorl.drive_mismatches(str(drive_path), len(noisy), rate, str(noisy_path)):
+        for problem in _vorl.drive_mismatches(drive, str(drive_path), len(noisy), rate, str(noisy_path)):
             print(f"vorl: warning: {problem}", file=sys.stderr)
     # A table that breaks a rule is drawn as the library runs it, with a
     # warning: the report is where one looks at what such a table does.

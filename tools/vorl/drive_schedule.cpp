@@ -90,9 +90,10 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
     return s;
 }
 
-DriveSchedule DriveSchedule::from_words(std::vector<DriveWords> words) {
+DriveSchedule DriveSchedule::from_words(std::vector<DriveWords> words, std::string name) {
     DriveSchedule s;
     s.file_given_ = true;
+    s.file_ = std::move(name);
     s.by_block_ = std::move(words);
     return s;
 }

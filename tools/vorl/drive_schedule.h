@@ -25,8 +25,9 @@ public:
     // are empty or start with '#' are skipped. Input error naming file:line.
     static DriveSchedule from_file(const std::string &path);
 
-    // A schedule of the given per-block words, treated like a drive file.
-    static DriveSchedule from_words(std::vector<DriveWords> words);
+    // A schedule of the given per-block words, treated like a drive file
+    // (named `name` in mismatches()).
+    static DriveSchedule from_words(std::vector<DriveWords> words, std::string name = "");
 
     // Adds ranges from a command-line value "1.5-3.2" or "1.5-3.2,5-6.5";
     // usage error naming `option` if malformed. Overlapping zoom-in and

@@ -27,11 +27,6 @@ void InputCheck::take(const int16_t *frames, std::size_t count, bool between_dri
             low_[c] += kUpper * (x - low_[c]);
             high_[c] += kLower * (x - high_[c]);
             band[c] = low_[c] - high_[c];
-            if (zoom) zoom_power_[c] += static_cast<double>(x) * x;
-        }
-        if (zoom) {
-            const double d = static_cast<double>(frames[2 * n]) - frames[2 * n + 1];
-            zoom_difference_ += d * d;
         }
         if (!between_drives) continue;
         cross_ += band[0] * band[1];
@@ -39,6 +34,13 @@ void InputCheck::take(const int16_t *frames, std::size_t count, bool between_dri
         power_[1] += band[1] * band[1];
     }
     frames_ += static_cast<int64_t>(count);
+    if (!zoom) return;
+    for (std::size_t n = 0; n < count; ++n) {  // broadband, for the channel checks
+        const double left = frames[2 * n], right = frames[2 * n + 1];
+        zoom_power_[0] += left * left;
+        zoom_power_[1] += right * right;
+        zoom_difference_ += (left - right) * (left - right);
+    }
 }
 
 double InputCheck::offset(int channel) const {

@@ -91,7 +91,7 @@ Span aligned_span(const std::vector<int16_t> (&recordings)[3], const std::vector
     for (const int i : {0, 2}) {
         const auto shared = static_cast<std::size_t>(std::min(frames_of(i), frames_of(1)));
         const auto found = find_lag(recordings[1].data(), recordings[i].data(), shared, rate);
-        if (!found || !misaligned(*found)) continue;
+        if (!found) continue;
         const std::string what = describe_lag(*found, rate, cli::input_name(names[i]), cli::input_name(names[1]));
         if (!align)
             cli::input_error(what + ": the recordings must be time-aligned. A host that does not make up for a "

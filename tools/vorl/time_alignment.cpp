@@ -84,11 +84,11 @@ std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std:
     const int64_t begin = first - span_first, end = begin + static_cast<int64_t>(window);
     const Best fine = best_lag(ref_f, other_f, begin, end, std::max(centre - kCoarseStep, -max_lag),
                                std::min(centre + kCoarseStep, max_lag));
-    if (fine.correlation < kClear) return std::nullopt;
-    return Lag{fine.lag, fine.correlation, correlation(ref_f, other_f, begin, end, 0)};
+    if (fine.lag == 0 || fine.correlation < kClear) return std::nullopt;
+    const double at_zero = correlation(ref_f, other_f, begin, end, 0);
+    if (fine.correlation < at_zero + kBetter) return std::nullopt;
+    return Lag{fine.lag, fine.correlation, at_zero};
 }
-
-bool misaligned(const Lag &lag) { return lag.frames != 0 && lag.correlation >= lag.at_zero + kBetter; }
 
 std::string describe_lag(const Lag &lag, int rate, const std::string &name, const std::string &reference) {
     const auto frames = static_cast<long long>(std::llabs(lag.frames));

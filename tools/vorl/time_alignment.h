@@ -18,15 +18,13 @@ struct Lag {
     double at_zero;      // normalised correlation without a lag
 };
 
-// The best lag within +-max_frames, from up to about 20 s of the middle of
-// the recordings (interleaved stereo, `frames` frames each): a coarse search
-// on 16-frame sums, refined frame by frame. None when no lag correlates
-// clearly (0.5 or more), as with silence or unrelated recordings.
+// The lag by which `other` runs late or early, within +-max_frames, from
+// the middle of the recordings (interleaved stereo, `frames` frames each):
+// a coarse search on 16-frame sums over up to 11 s, refined frame by frame.
+// None when the recordings are aligned, or no lag correlates clearly (0.5
+// or more, as with silence or unrelated recordings), or the best lag is not
+// clearly better than none (a fraction of a frame, as from resampling).
 std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std::size_t frames, int64_t max_frames);
-
-// A lag worth a word: not 0, and clearly better than none (a lag of a
-// fraction of a frame, as from resampling, is not one).
-bool misaligned(const Lag &lag);
 
 // "NAME runs 768 frames (16.0 ms) late against REFERENCE (correlation 1.00
 // there, -0.11 as it stands)".
