@@ -382,6 +382,19 @@ TEST(VorlProcess, NeverWritesOverItsInputEvenThroughAnotherPath) {
     }
     EXPECT_EQ(box.shell("$VORL process - in.wav -y < in.wav").exit_code, 1);  // IN as standard input
     EXPECT_EQ(read_bytes(box.path("in.wav")), before);
+
+    // Nor over the drive file, whichever output names it, even with -y.
+    write_bytes(box.path("drive.txt"), "0 0 0\n");
+    for (const std::vector<std::string> &outputs : std::vector<std::vector<std::string>>{
+             {"drive.txt", "-t", "wav"}, {"out.wav", "--learn", "drive.txt"}, {"out.wav", "--removed", "drive.txt"}}) {
+        std::vector<std::string> run = {"process", "in.wav"};
+        run.insert(run.end(), outputs.begin(), outputs.end());
+        run.insert(run.end(), {"--drive", "drive.txt", "-y"});
+        const RunResult r = box.vorl(run);
+        EXPECT_EQ(r.exit_code, 1) << outputs[0] << " " << outputs.back();
+        EXPECT_TRUE(contains(r.err, "drive.txt")) << r.err;
+    }
+    EXPECT_EQ(read_bytes(box.path("drive.txt")), "0 0 0\n");
 }
 
 TEST(VorlProcess, AlignedOutputMatchesTheInputInLengthAndTime) {

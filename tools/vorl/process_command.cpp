@@ -196,7 +196,7 @@ Exit status: 0 success, 1 usage error, 2 input, output or table error,
 )";
 
 struct Options {
-    std::string in, out, table, learn, type, removed, drive_out;
+    std::string in, out, table, learn, type, removed, drive_out, drive_file;
     double strength = 1;
     bool out_is_removed = false;
     AudioEncoding encoding;
@@ -239,6 +239,7 @@ Options parse(int argc, char **argv, int first) {
     o.no_resample = args.has("no-resample");
     o.force = args.has("force");
     o.drive = drive_from_args(args);
+    o.drive_file = args.value("drive");
     o.drive_given = drive_given(args);
     o.no_detect = args.has("no-detect");
     o.drive_out = args.value("drive-out");
@@ -263,20 +264,28 @@ Options parse(int argc, char **argv, int first) {
 
 // Refuses any run that would write over one of its own inputs.
 void check_paths(const Options &o) {
+    // What an output would overwrite among the run's inputs, or null.
+    const auto overwritten_input = [&](const std::string &path) -> const char * {
+        if (writes_over(path, o.in)) return "the input recording";
+        if (writes_over(path, o.table)) return "the tuning table given with --table";
+        if (writes_over(path, o.drive_file)) return "the drive file given with --drive";
+        return nullptr;
+    };
     if (writes_over(o.out, o.in))
         cli::usage_error(o.out + ": is the input file; choose another output name (IN is never overwritten)");
-    if (writes_over(o.out, o.table))
-        cli::usage_error(o.out + ": is the tuning table given with --table; choose another output name");
+    if (const char *input = overwritten_input(o.out))
+        cli::usage_error(o.out + ": is " + input + "; choose another output name");
     if (!o.learn.empty()) {
-        if (writes_over(o.learn, o.in))
-            cli::usage_error(o.learn + ": --learn would overwrite the input recording");
+        // The learned table may replace the --table file: learning in place.
+        if (writes_over(o.learn, o.in) || writes_over(o.learn, o.drive_file))
+            cli::usage_error(o.learn + ": --learn would overwrite " + overwritten_input(o.learn));
         if (same_output(o.learn, o.out))
             cli::usage_error(cli::output_name(o.learn) + ": --learn names the same place as the output recording");
     }
     // A side output writes over no input and goes nowhere another output goes.
     const auto check_side = [&](const std::string &side, const char *option,
                                 std::initializer_list<std::string> other_outputs) {
-        bool clash = writes_over(side, o.in) || writes_over(side, o.table);
+        bool clash = overwritten_input(side) != nullptr;
         for (const std::string &other : other_outputs) clash = clash || same_output(side, other);
         if (clash)
             cli::usage_error(cli::output_name(side) + ": " + option +
