@@ -82,6 +82,17 @@ def test_tables_convert_and_check(tmp_path):
     edited = vorl.table_from_dict(fields)
     vorl.write_table(tmp_path / "edited.tbl", edited)
     assert vorl.table_to_dict(vorl.read_table(tmp_path / "edited.tbl"))["st_vorl"]["over_est"] == 2.5
+    # Replacing writes through a link, keeps the file's mode, and leaves no temporary file.
+    (tmp_path / "link.tbl").symlink_to("edited.tbl")
+    (tmp_path / "edited.tbl").chmod(0o640)
+    vorl.write_table(tmp_path / "link.tbl", table)
+    assert (tmp_path / "link.tbl").is_symlink() and vorl.read_table(tmp_path / "edited.tbl") == table
+    assert (tmp_path / "edited.tbl").stat().st_mode & 0o777 == 0o640
+    # A write that fails part way leaves the old file as it was.
+    with pytest.raises(ZeroDivisionError):
+        vorl.write_atomically(tmp_path / "edited.tbl", lambda f: (f.write(b"partial"), 1 / 0))
+    assert vorl.read_table(tmp_path / "edited.tbl") == table
+    assert sorted(p.name for p in tmp_path.iterdir()) == ["edited.tbl", "link.tbl", "t.tbl"]
 
     damaged = bytearray(edited)
     damaged[100] ^= 1

@@ -57,6 +57,13 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     with pytest.raises(subprocess.CalledProcessError) as failed:
         run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "raw.wav", tmp_path / "r")
     assert failed.value.returncode == 2 and "raw.wav runs 768 frames (16.0 ms) late" in failed.value.stderr
+    # A folder where a picture's name is one of the inputs.
+    (tmp_path / "r").mkdir()
+    shutil.copy(demo / "drive.txt", tmp_path / "r" / "gain.png")
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", demo / "noisy.wav", "--drive", tmp_path / "r" / "gain.png", tmp_path / "r")
+    assert failed.value.returncode == 2 and "gain.png: is an input of the report" in failed.value.stderr
+    assert (tmp_path / "r" / "gain.png").read_bytes() == (demo / "drive.txt").read_bytes()
 
 
 def test_report_draws_a_table_that_breaks_a_rule_and_refuses_a_damaged_one(tmp_path):

@@ -14,7 +14,7 @@ A block is 256 frames; drive row b ("zoom af wind") describes input block b
 """
 import json
 import os
-import tempfile
+import secrets
 import warnings
 
 import numpy as np
@@ -24,8 +24,9 @@ from ._vorl import (BLOCK_FRAMES, DELAY_FRAMES, TABLE_BYTES, Error, check_table,
 from . import _vorl
 
 __all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "InputWarning", "process", "read_audio",
-           "read_drive", "drive_from_ranges", "default_table", "read_table", "write_table", "check_table", "seal_table",
-           "table_to_json", "table_from_json", "table_to_dict", "table_from_dict", "detect", "fit"]
+           "read_drive", "drive_from_ranges", "default_table", "read_table", "write_table", "write_atomically",
+           "check_table", "seal_table", "table_to_json", "table_from_json", "table_to_dict", "table_from_dict",
+           "detect", "fit"]
 
 
 class InputWarning(UserWarning):
@@ -105,12 +106,29 @@ def write_table(path, table):
     """Writes table bytes atomically (a temporary file beside `path`, then renamed)."""
     if len(table) != TABLE_BYTES:
         raise Error(f"a tuning table has {TABLE_BYTES} bytes, not {len(table)}")
-    folder = os.path.dirname(os.path.abspath(path))
-    fd, temp = tempfile.mkstemp(prefix=".vorl-", dir=folder)
+    write_atomically(path, lambda f: f.write(table))
+
+
+def write_atomically(path, write):
+    """Calls ``write(file)`` on a new file beside `path`, then renames it to
+    `path`: nobody sees a partial file, and a failed or killed run leaves the
+    old one. A new file gets the umask's permissions, a replaced one keeps its
+    own; a symbolic link is written through."""
+    path = os.path.realpath(path)
+    folder, name = os.path.split(path)
+    while True:
+        temp = os.path.join(folder, f".vorl-{secrets.token_hex(4)}-{name}")
+        try:
+            fd = os.open(temp, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o666)
+            break
+        except FileExistsError:
+            continue
     try:
         with os.fdopen(fd, "wb") as f:
-            f.write(table)
+            write(f)
             f.flush()
+            if os.path.exists(path):
+                os.chmod(f.fileno(), os.stat(path).st_mode & 0o7777)
             os.fsync(f.fileno())
         os.replace(temp, path)
     except BaseException:

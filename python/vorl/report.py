@@ -96,6 +96,11 @@ def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
                      extent=(0, seconds, 0, top_khz), interpolation="nearest")
 
 
+def save(plt, fig, path):
+    vorl.write_atomically(path, lambda f: fig.savefig(f, format="png"))
+    plt.close(fig)
+
+
 def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
     top = rate / 2000
     vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
@@ -107,8 +112,7 @@ def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
         mark_drives(ax, spans, legend=ax is axes[0])
     axes[1].set_xlabel("time (s)")
     fig.colorbar(im, ax=axes, label="power (dB re full scale)", shrink=0.9)
-    fig.savefig(path)
-    plt.close(fig)
+    save(plt, fig, path)
 
 
 def block_level_db(audio, blocks):
@@ -143,8 +147,7 @@ def plot_removed(plt, noisy, processed, spans, rate, path):
     mark_drives(axes[1], spans, legend=False)
     axes[1].legend(loc="lower right", fontsize=8)
     fig.colorbar(im, ax=axes[1]).remove()  # keeps the time axes aligned
-    fig.savefig(path)
-    plt.close(fig)
+    save(plt, fig, path)
 
 
 def plot_gain(plt, gains, drive, spans, rate, path):
@@ -184,8 +187,7 @@ def plot_gain(plt, gains, drive, spans, rate, path):
     axes[1].set_xlim(0, top)
     axes[1].grid(alpha=0.3)
     axes[1].legend(fontsize=8, loc="lower right")
-    fig.savefig(path)
-    plt.close(fig)
+    save(plt, fig, path)
 
 
 def table_curves(table):
@@ -253,12 +255,16 @@ def plot_table(plt, table, rate, path, title):
         ax.set_xlim(0, rate / 2000)
         ax.grid(alpha=0.3, which="both")
     fig.suptitle(title)
-    fig.savefig(path)
-    plt.close(fig)
+    save(plt, fig, path)
 
 
 def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None):
     """Writes the four pictures; returns their paths."""
+    paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
+    for picture in paths.values():
+        for given in (noisy_path, processed_path, drive_path, table_path):
+            if given and os.path.exists(picture) and os.path.exists(given) and os.path.samefile(picture, given):
+                raise vorl.Error(f"{picture}: is an input of the report ({given}); choose another folder")
     plt = _pyplot()
     noisy, rate = vorl.read_audio(noisy_path)
     table = vorl.read_table(table_path) if table_path else None
@@ -295,7 +301,6 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     spans = drive_spans(words, rate, "drive" if drive_path else "drive (detected)")
 
     os.makedirs(out_dir, exist_ok=True)
-    paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
     table_name = f"table {os.path.basename(table_path)}" if table_path else "built-in table"
     noisy_name = os.path.basename(str(noisy_path))
     after_title = (f"output: {os.path.basename(str(processed_path))}" if processed_path
