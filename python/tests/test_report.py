@@ -52,6 +52,13 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     with pytest.raises(subprocess.CalledProcessError) as failed:
         run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
     assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr
+    with wave.open(str(tmp_path / "empty.wav"), "wb") as w:
+        w.setnchannels(2)
+        w.setsampwidth(2)
+        w.setframerate(48000)
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", tmp_path / "empty.wav", tmp_path / "r")
+    assert failed.value.returncode == 2 and "empty.wav: holds no audio samples" in failed.value.stderr
     # Output as long as the input but late, as --raw (or a host ignoring the latency) writes it.
     run_tool("process", demo / "noisy.wav", tmp_path / "raw.wav", "--drive", demo / "drive.txt", "--raw", "-q")
     with pytest.raises(subprocess.CalledProcessError) as failed:

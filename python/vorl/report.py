@@ -267,6 +267,8 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
                 raise vorl.Error(f"{picture}: is an input of the report ({given}); choose another folder")
     plt = _pyplot()
     noisy, rate = vorl.read_audio(noisy_path)
+    if len(noisy) == 0:
+        raise vorl.Error(f"{noisy_path}: holds no audio samples")
     table = vorl.read_table(table_path) if table_path else None
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     # Without a drive file the drives are detected, as vorl process does.

@@ -522,8 +522,10 @@ int run_process(int argc, char **argv, int first) {
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const int64_t frames = in.frames_read();
+    // The recording's blocks, as many as its drive file has lines (the
+    // engine runs a few more to flush its latency).
+    const int64_t blocks = (engine_frames(frames) + VORL_BLOCK_FRAMES - 1) / VORL_BLOCK_FRAMES;
     if (!o.drive_out.empty()) {
-        const int64_t blocks = (engine_frames(frames) + VORL_BLOCK_FRAMES - 1) / VORL_BLOCK_FRAMES;
         std::vector<DriveWords> used(static_cast<std::size_t>(blocks));
         for (int64_t b = 0; b < blocks; ++b) used[static_cast<std::size_t>(b)] = drive.at(b, engine_rate);
         write_drive_file(o.drive_out, used);
@@ -554,7 +556,7 @@ int run_process(int argc, char **argv, int first) {
         if (const std::string encoding = out_file->encoding(); !encoding.empty())
             notes += ", new audio " + encoding;
         std::fprintf(stderr, "vorl: %s -> %s: %.2f s, %lld blocks, %.1fx real time, %u learning update%s%s\n",
-                     in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(engine.blocks()),
+                     in.name().c_str(), out_name.c_str(), duration, static_cast<long long>(blocks),
                      seconds > 0 ? duration / seconds : 0.0, updates, updates == 1 ? "" : "s", notes.c_str());
     }
     return o.learn.empty() ? cli::kExitOk : report_learning(o, session, engine);
