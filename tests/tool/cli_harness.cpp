@@ -1,6 +1,7 @@
 #include "cli_harness.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -89,10 +90,14 @@ std::vector<int16_t> read_audio(const std::string &path, int *channels, int *rat
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
     if (f == nullptr) throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    sf_command(f, SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);  // float files at full scale too
-    std::vector<int16_t> data(static_cast<std::size_t>(info.frames * info.channels));
-    sf_readf_short(f, data.data(), info.frames);
+    // Through doubles: libsndfile's own conversion of float and compressed
+    // formats to 16 bits either wraps or scales the file to its peak.
+    std::vector<double> wide(static_cast<std::size_t>(info.frames * info.channels));
+    wide.resize(static_cast<std::size_t>(sf_readf_double(f, wide.data(), info.frames) * info.channels));
     sf_close(f);
+    std::vector<int16_t> data(wide.size());
+    for (std::size_t i = 0; i < wide.size(); ++i)
+        data[i] = static_cast<int16_t>(std::clamp(std::lround(wide[i] * 32768.0), -32768L, 32767L));
     if (channels != nullptr) *channels = info.channels;
     if (rate != nullptr) *rate = info.samplerate;
     return data;

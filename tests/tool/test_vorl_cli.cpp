@@ -793,6 +793,35 @@ TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
     EXPECT_LT(silent, 40);  // a tone at -12 dBFS crosses zero now and then
 }
 
+// The compressed formats libsndfile writes hold the processed sound, time-aligned.
+TEST(VorlFormats, CompressedOutputsHoldTheProcessedSound) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, tone);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "out.wav"}).exit_code, 0);
+    const auto reference = read_audio(box.path("out.wav"));
+    const double energy = mismatch(reference, std::vector<int16_t>(reference.size()), 0);
+    const struct {
+        const char *name;
+        int format;
+    } outputs[] = {{"out.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+                   {"out.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+                   {"out.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS}};
+    for (const auto &o : outputs) {
+        const RunResult r = box.vorl({"process", "in.wav", o.name});
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+        EXPECT_EQ(audio_info(box.path(o.name)).format, o.format) << o.name;
+        const auto coded = read_audio(box.path(o.name));
+        ASSERT_GE(coded.size(), 2u * 40000) << o.name;
+        EXPECT_LT(mismatch(coded, reference, 0), energy / 100) << o.name;  // within 20 dB
+    }
+    // Opus holds only some rates; the refusal leaves nothing behind.
+    write_audio(box.path("in44.wav"), 2, 4410, 44100, kWav16, tone);
+    const RunResult r = box.vorl({"process", "in44.wav", "out44.opus", "--no-resample"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(contains(r.err, "out44.opus: cannot write audio")) << r.err;
+    EXPECT_FALSE(file_exists(box.path("out44.opus")));
+}
+
 // --strength mixes the time-aligned input back in; --removed and --output
 // removed give what was taken away. Checked where the library removes the
 // most: a zoom drive over a sweep.

@@ -202,6 +202,8 @@ int format_for_type(const std::string &type_name) {
     std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
     if (type == "aif") type = "aiff";
     if (type == "wave") type = "wav";
+    if (type == "mp3") return SF_FORMAT_MPEG;
+    if (type == "ogg" || type == "opus") return SF_FORMAT_OGG;
     if (type.empty()) return 0;
     int count = 0;
     sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof count);
@@ -236,6 +238,7 @@ AudioWriter::AudioWriter(const std::string &destination, int sample_rate, int fo
     }
     sf_ = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
     if (sf_ == nullptr) cli::input_error(name_ + ": cannot write audio: " + sf_strerror(nullptr));
+    shorts_as_floats_ = (format & SF_FORMAT_SUBMASK) == SF_FORMAT_MPEG_LAYER_III;
 }
 
 AudioWriter::~AudioWriter() {
@@ -243,6 +246,12 @@ AudioWriter::~AudioWriter() {
 }
 
 void AudioWriter::write(const int16_t *interleaved, std::size_t frames) {
+    if (shorts_as_floats_) {
+        as_floats_.resize(2 * frames);
+        for (std::size_t i = 0; i < 2 * frames; ++i) as_floats_[i] = interleaved[i] / 32768.0f;
+        write(as_floats_.data(), frames);
+        return;
+    }
     const sf_count_t put = sf_writef_short(sf_, interleaved, static_cast<sf_count_t>(frames));
     if (put != static_cast<sf_count_t>(frames)) cli::input_error(name_ + ": write failed: " + sf_strerror(sf_));
     note_written(frames);

@@ -122,6 +122,10 @@ private:
     std::unique_ptr<ScratchFile> spool_;  // standard output, copied out at commit
     sf_private_tag *sf_ = nullptr;
     int64_t unflushed_frames_ = 0;  // written since the last start of writeback
+    // libsndfile 1.2's MP3 encoder copies half of each 16-bit stereo buffer
+    // (a byte count taken for a sample count), so those go through floats.
+    bool shorts_as_floats_ = false;
+    std::vector<float> as_floats_;
     void note_written(std::size_t frames);
 };
 

@@ -325,14 +325,22 @@ bool is_video_output(const Options &o, const std::string &path) {
 
 // An audio output's format: the container --type (for OUT) or the name's
 // extension says, holding 16-bit PCM, or an audio file IN's wider sample
-// format where the container can; 0 for a video output.
+// format where the container can; the compressed containers hold their
+// codec (Opus for .opus, else IN's own Ogg codec or Vorbis); 0 for a video
+// output.
 int output_format(const Options &o, const std::string &path, const SampleReader &in) {
     if (is_video_output(o, path)) return 0;
     const bool typed = !o.type.empty() && (path == o.out || path == "-");
-    const int major = typed ? format_for_type(o.type) : format_for_extension(path);
+    const std::string type = typed ? o.type : lower_extension(path);
+    const int major = format_for_type(type);
     std::vector<int> subs{SF_FORMAT_PCM_16};
     const auto *file = dynamic_cast<const AudioReader *>(&in);
     if (file != nullptr && file->is_wider_than_16bit()) subs.insert(subs.begin(), file->format() & SF_FORMAT_SUBMASK);
+    if (major == SF_FORMAT_MPEG) subs = {SF_FORMAT_MPEG_LAYER_III};
+    if (major == SF_FORMAT_OGG) {
+        const bool ogg_in = file != nullptr && (file->format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
+        subs = {type == "opus" ? SF_FORMAT_OPUS : ogg_in ? file->format() & SF_FORMAT_SUBMASK : SF_FORMAT_VORBIS};
+    }
     for (int sub : subs) {
         SF_INFO info{};
         info.samplerate = in.sample_rate();
@@ -340,8 +348,8 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
         info.format = major | sub;
         if (sf_format_check(&info)) return info.format;
     }
-    cli::usage_error(cli::output_name(path) +
-                     ": this container cannot hold PCM audio; use .wav, .flac, .aiff, ...");
+    cli::usage_error(cli::output_name(path) + ": this container cannot hold stereo audio at " +
+                     std::to_string(in.sample_rate()) + " Hz; use .wav, .flac, .aiff, ...");
 }
 
 // An output recording: a copy of the video IN with the new audio, or an
