@@ -111,7 +111,10 @@ def test_bad_input_is_refused_with_words(tmp_path):
         vorl.process(audio, [[0, 0, 0], [3, 0, 0]])
     with pytest.raises(ValueError, match="drive block 1 holds 1.5, not a whole number"):
         vorl.process(audio, np.array([[0, 0, 0], [1.5, 0, 0]]))
-    vorl.process(audio, np.array([[0.0, 0, 0], [1, 0, 0]]))  # whole floats, as np.loadtxt reads a drive file
+    with pytest.warns(vorl.InputWarning, match="drive has 2 rows, but the audio has 4 blocks"):
+        vorl.process(audio, np.array([[0.0, 0, 0], [1, 0, 0]]))  # whole floats, as np.loadtxt reads a drive file
+    with pytest.warns(vorl.InputWarning, match="drive has 8 rows, .* the rows past the audio's end are unused"):
+        vorl.process(audio, np.zeros((8, 3), int))
     with pytest.raises(ValueError, match="4184 bytes"):
         vorl.process(audio, table=b"short")
     damaged = bytearray(vorl.default_table())

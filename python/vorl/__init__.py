@@ -41,9 +41,10 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     ``vorl process`` does and returns the time-aligned output, bit for bit
     the tool's. `drive`: drive words per block, shape (blocks, 3), columns
     zoom (0 idle, 1 zoom-in, 2 zoom-out), af, wind; blocks past its end are
-    idle. `table`: table bytes (default: the built-in table). `pulse`,
-    `dc_cut` and `strength` are the tool's --pulse, --dc-cut and --strength;
-    prime=False is its --no-prime. A table that breaks a rule of check_table
+    idle (with a warning, as are rows past the audio's end). `table`: table
+    bytes (default: the built-in table). `pulse`, `dc_cut` and `strength`
+    are the tool's --pulse, --dc-cut and --strength; prime=False is its
+    --no-prime. A table that breaks a rule of check_table
     raises Error unless force=True (the tool's --force).
 
     With gains=True also returns the suppression gain per block, shape
@@ -56,6 +57,13 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     if audio.dtype != np.int16:
         raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
     out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains, force)
+    # Likely another take's drive state. Rows for the blocks that flush the
+    # delay at the end are used, as the tool's ranges give them.
+    blocks, rows = -(-len(audio) // BLOCK_FRAMES), 0 if drive is None else len(drive)
+    if drive is not None and not blocks <= rows <= -(-(len(audio) + DELAY_FRAMES) // BLOCK_FRAMES):
+        rest = "the blocks past its end are idle" if rows < blocks else "the rows past the audio's end are unused"
+        problems = [f"drive has {rows} rows, but the audio has {blocks} blocks of {BLOCK_FRAMES} frames; {rest}",
+                    *problems]
     for problem in problems:
         warnings.warn(problem, InputWarning, stacklevel=2)
     return (out, gain) if gains else out
