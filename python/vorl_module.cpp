@@ -200,6 +200,14 @@ std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const
     return lag ? vorl::describe_lag(*lag, rate, name, reference_name) : "";
 }
 
+// Whether `other` holds `reference`'s channels swapped or in opposite
+// polarity (as "vorl measure" says it), or "".
+std::string channel_fault(const Pcm &reference, const Pcm &other, const std::string &name,
+                          const std::string &reference_name) {
+    const auto frames = static_cast<std::size_t>(std::min(reference.shape(0), other.shape(0)));
+    return vorl::describe_channel_fault(reference.data(), other.data(), frames, name, reference_name);
+}
+
 // A whole recording as 16-bit stereo: an audio file or a video's sound;
 // with what the way to 16 bits changed, in the tool's words.
 py::tuple read_audio(const std::string &path) {
@@ -284,6 +292,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("read_drive", &read_drive, py::arg("path"));
     m.def("misalignment", &misalignment);
+    m.def("channel_fault", &channel_fault);
     m.def("drive_mismatches", &drive_mismatches);
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);

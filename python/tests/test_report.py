@@ -64,6 +64,16 @@ def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
     with pytest.raises(subprocess.CalledProcessError) as failed:
         run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "raw.wav", tmp_path / "r")
     assert failed.value.returncode == 2 and "raw.wav runs 768 frames (16.0 ms) late" in failed.value.stderr
+    # Channels swapped, as a mixer's wrong patch leaves them.
+    with wave.open(str(tmp_path / "swapped.wav"), "wb") as w:
+        w.setnchannels(2)
+        w.setsampwidth(2)
+        w.setframerate(48000)
+        noisy, _ = vorl.read_audio(demo / "noisy.wav")
+        w.writeframes(noisy[:, ::-1].astype("<i2").tobytes())
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "swapped.wav", tmp_path / "r")
+    assert failed.value.returncode == 2 and "swapped.wav has its left and right channels swapped" in failed.value.stderr
     # A folder where a picture's name is one of the inputs.
     (tmp_path / "r").mkdir()
     shutil.copy(demo / "drive.txt", tmp_path / "r" / "gain.png")

@@ -292,6 +292,9 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
             raise vorl.Error(f"{late}: the report needs the time-aligned output (a host that does not make up for "
                              f"the plugin's latency, or vorl process --raw, delays it so); leave out --processed "
                              f"to process the input here")
+        fault = _vorl.channel_fault(noisy, processed, str(processed_path), str(noisy_path))
+        if fault:
+            raise vorl.Error(f"{fault}: the report compares the recordings channel by channel")
         if processed_rate != rate or len(processed) != len(noisy):
             raise vorl.Error(f"{processed_path}: {len(processed)} frames at {processed_rate} Hz, the input has "
                              f"{len(noisy)} at {rate} Hz; give the time-aligned output of vorl process")

@@ -331,6 +331,22 @@ TEST(VorlMeasure, AttenuationBesideTheOracleAndTheEnginesReach) {
     ASSERT_EQ(both.exit_code, 0) << both.err;
     EXPECT_NEAR(figure(both.out, "noise attenuation:"), atten, 0.05) << both.out;
     EXPECT_TRUE(contains(both.err, "measured over frames 512..")) << both.err;
+
+    // Channels swapped, or in opposite polarity, against NOISY are refused.
+    write_audio(box.path("swapped.wav"), 2, 9 * 48000, 48000, kWav16,
+                [](int64_t n, int c) { return sweep_with_motor(n, 1 - c); });
+    write_audio(box.path("inverted.wav"), 2, 9 * 48000, 48000, kWav16,
+                [](int64_t n, int c) { return -sweep_with_motor(n, c); });
+    write_audio(box.path("right-inverted.wav"), 2, 9 * 48000, 48000, kWav16,
+                [](int64_t n, int c) { return c == 1 ? -sweep_with_motor(n, c) : sweep_with_motor(n, c); });
+    for (const auto &[file, fault] : std::vector<std::pair<std::string, std::string>>{
+             {"swapped.wav", "has its left and right channels swapped"},
+             {"inverted.wav", "is in opposite polarity"},
+             {"right-inverted.wav", "has its right channel in opposite polarity"}}) {
+        const RunResult r = box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", file}));
+        EXPECT_EQ(r.exit_code, 2) << file;
+        EXPECT_TRUE(contains(r.err, file + " " + fault + " against noisy.wav")) << r.err;
+    }
 }
 
 TEST(VorlProcess, RefusesMonoInputAndAMissingTableAndWritesNothing) {

@@ -28,10 +28,10 @@ Compares a processed recording with the recording it came from (NOISY) and
 with the same scene without drive noise (CLEAN). The three files must be
 stereo, time-aligned (as "vorl process" writes them by default) and of one
 length and sample rate; a recording that runs late or early against NOISY
-(found by correlation, up to 1 s) is refused. The drive state is given as
-for "vorl process"
-(--drive FILE, or --zoom-in/--zoom-out/--af/--wind RANGES); a block is
-"driven" when its zoom or af word is non-zero.
+(found by correlation, up to 1 s), or holds its channels swapped or in
+opposite polarity, is refused. The drive state is given as for "vorl
+process" (--drive FILE, or --zoom-in/--zoom-out/--af/--wind RANGES); a
+block is "driven" when its zoom or af word is non-zero.
 
 Figures, summed over both channels and all samples of the blocks concerned:
   during drives:
@@ -128,6 +128,16 @@ Span aligned_span(const std::vector<int16_t> (&recordings)[3], const std::vector
     return span;
 }
 
+// Refuses CLEAN or PROCESSED with its channels swapped or in opposite
+// polarity against NOISY: the figures compare the recordings channel by channel.
+void check_channels(const Span &span, const std::vector<std::string> &names) {
+    for (const int i : {0, 2})
+        if (const std::string fault = describe_channel_fault(span.start[1], span.start[i], span.frames,
+                                                             cli::input_name(names[i]), cli::input_name(names[1]));
+            !fault.empty())
+            cli::input_error(fault + ": the figures compare the recordings channel by channel");
+}
+
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
@@ -157,6 +167,7 @@ int run_measure(int argc, char **argv, int first) {
             cli::input_error(args.positional[static_cast<std::size_t>(i)] + ": sample rate " + std::to_string(rates[i]) +
                              " differs from " + args.positional[0] + "'s " + std::to_string(rates[0]));
     const Span span = aligned_span(recordings, args.positional, rates[0], args.has("align"));
+    check_channels(span, args.positional);
     const int16_t *clean = span.start[0], *noisy = span.start[1], *processed = span.start[2];
     const std::size_t frames = span.frames;
 

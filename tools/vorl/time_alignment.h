@@ -30,4 +30,12 @@ std::optional<Lag> find_lag(const int16_t *reference, const int16_t *other, std:
 // there, -0.11 as it stands)".
 std::string describe_lag(const Lag &lag, int rate, const std::string &name, const std::string &reference);
 
+// Whether `other` holds `reference`'s channels swapped, or one or both in
+// opposite polarity, judged over up to 2.7 s from the middle at lag 0 from
+// the correlations of the channels, their sums and their differences:
+// "NAME has its left and right channels swapped against REFERENCE (...)",
+// or empty when no fault is clear.
+std::string describe_channel_fault(const int16_t *reference, const int16_t *other, std::size_t frames,
+                                   const std::string &name, const std::string &reference_name);
+
 }  // namespace vorl
