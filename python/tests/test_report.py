@@ -15,6 +15,23 @@ def png_size(path):
     return int.from_bytes(data[16:20], "big"), int.from_bytes(data[20:24], "big")
 
 
+def write_wav(path, samples):
+    """16-bit stereo at 48 kHz from an int16 array of shape (frames, 2)."""
+    with wave.open(str(path), "wb") as w:
+        w.setnchannels(2)
+        w.setsampwidth(2)
+        w.setframerate(48000)
+        w.writeframes(np.ascontiguousarray(samples, dtype="<i2").tobytes())
+
+
+def refused(*args):
+    """The report's complaint, with exit status 2."""
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        run_tool("report", *args)
+    assert failed.value.returncode == 2
+    return failed.value.stderr
+
+
 def test_vorl_report_draws_every_picture(demo, tmp_path):
     run_tool("process", demo / "noisy.wav", tmp_path / "out.wav", "--drive", demo / "drive.txt", "-q")
     run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "out.wav", "--drive", demo / "drive.txt",
@@ -44,51 +61,29 @@ def test_report_curves_follow_the_running_sums():
 
 
 def test_report_refuses_mismatched_output_in_words(demo, tmp_path):
-    with wave.open(str(tmp_path / "short.wav"), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(48000)
-        w.writeframes(bytes(4000))
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
-    assert failed.value.returncode == 2 and "short.wav: 1000 frames" in failed.value.stderr
-    with wave.open(str(tmp_path / "empty.wav"), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(48000)
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", tmp_path / "empty.wav", tmp_path / "r")
-    assert failed.value.returncode == 2 and "empty.wav: holds no audio samples" in failed.value.stderr
+    noisy, _ = vorl.read_audio(demo / "noisy.wav")
+    write_wav(tmp_path / "short.wav", np.zeros((1000, 2)))
+    assert "short.wav: 1000 frames" in refused(demo / "noisy.wav", "--processed", tmp_path / "short.wav", tmp_path / "r")
+    write_wav(tmp_path / "empty.wav", np.zeros((0, 2)))
+    assert "empty.wav: holds no audio samples" in refused(tmp_path / "empty.wav", tmp_path / "r")
     # Output as long as the input but late, as --raw (or a host ignoring the latency) writes it.
     run_tool("process", demo / "noisy.wav", tmp_path / "raw.wav", "--drive", demo / "drive.txt", "--raw", "-q")
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "raw.wav", tmp_path / "r")
-    assert failed.value.returncode == 2 and "raw.wav runs 768 frames (16.0 ms) late" in failed.value.stderr
+    assert "raw.wav runs 768 frames (16.0 ms) late" in refused(demo / "noisy.wav", "--processed", tmp_path / "raw.wav",
+                                                              tmp_path / "r")
     # Channels swapped, as a mixer's wrong patch leaves them.
-    with wave.open(str(tmp_path / "swapped.wav"), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(48000)
-        noisy, _ = vorl.read_audio(demo / "noisy.wav")
-        w.writeframes(noisy[:, ::-1].astype("<i2").tobytes())
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", demo / "noisy.wav", "--processed", tmp_path / "swapped.wav", tmp_path / "r")
-    assert failed.value.returncode == 2 and "swapped.wav has its left and right channels swapped" in failed.value.stderr
+    write_wav(tmp_path / "swapped.wav", noisy[:, ::-1])
+    assert "swapped.wav has its left and right channels swapped" in refused(
+        demo / "noisy.wav", "--processed", tmp_path / "swapped.wav", tmp_path / "r")
     # A folder where a picture's name is one of the inputs.
     (tmp_path / "r").mkdir()
     shutil.copy(demo / "drive.txt", tmp_path / "r" / "gain.png")
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", demo / "noisy.wav", "--drive", tmp_path / "r" / "gain.png", tmp_path / "r")
-    assert failed.value.returncode == 2 and "gain.png: is an input of the report" in failed.value.stderr
+    assert "gain.png: is an input of the report" in refused(demo / "noisy.wav", "--drive", tmp_path / "r" / "gain.png",
+                                                            tmp_path / "r")
     assert (tmp_path / "r" / "gain.png").read_bytes() == (demo / "drive.txt").read_bytes()
 
 
 def test_report_draws_a_table_that_breaks_a_rule_and_refuses_a_damaged_one(tmp_path):
-    with wave.open(str(tmp_path / "quiet.wav"), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(48000)
-        w.writeframes(bytes(4 * 48000))
+    write_wav(tmp_path / "quiet.wav", np.zeros((48000, 2)))
     fields = vorl.table_to_dict(vorl.default_table())
     fields["st_vorl"]["nr_proc_min_freq_bin"], fields["st_vorl"]["nr_proc_max_freq_bin"] = 200, 10
     vorl.write_table(tmp_path / "broken.tbl", vorl.table_from_dict(fields))
@@ -99,9 +94,8 @@ def test_report_draws_a_table_that_breaks_a_rule_and_refuses_a_damaged_one(tmp_p
     damaged = bytearray(vorl.default_table())
     damaged[300] ^= 0xFF
     (tmp_path / "damaged.tbl").write_bytes(bytes(damaged))
-    with pytest.raises(subprocess.CalledProcessError) as failed:
-        run_tool("report", tmp_path / "quiet.wav", "--table", tmp_path / "damaged.tbl", tmp_path / "d")
-    assert failed.value.returncode == 2 and "damaged.tbl: checksum wrong" in failed.value.stderr
+    assert "damaged.tbl: checksum wrong" in refused(tmp_path / "quiet.wav", "--table", tmp_path / "damaged.tbl",
+                                                   tmp_path / "d")
 
 
 def test_report_reads_a_cameras_video_and_says_when_the_drive_file_is_short(demo, tmp_path):
