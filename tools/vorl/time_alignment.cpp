@@ -119,12 +119,12 @@ std::string describe_channel_fault(const int16_t *reference, const int16_t *othe
         }
         return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
     };
-    const double left = correlate([](const int16_t *s) { return double{s[0]}; });
-    const double right = correlate([](const int16_t *s) { return double{s[1]}; });
-    const double sum = correlate([](const int16_t *s) { return double{s[0]} + s[1]; });
+    const double left = correlate([](const int16_t *s) { return static_cast<double>(s[0]); });
+    const double right = correlate([](const int16_t *s) { return static_cast<double>(s[1]); });
+    const double sum = correlate([](const int16_t *s) { return static_cast<double>(s[0]) + s[1]; });
     // Far sound reaches both capsules nearly alike, so channels swapped show
     // in the difference of the channels (what sets them apart) turning over.
-    const double difference = correlate([](const int16_t *s) { return double{s[0]} - s[1]; });
+    const double difference = correlate([](const int16_t *s) { return static_cast<double>(s[0]) - s[1]; });
     const char *fault = nullptr;
     if (sum >= kClear && difference <= -kDifferenceClear)
         fault = "has its left and right channels swapped";
