@@ -202,8 +202,8 @@ int format_for_type(const std::string &type_name) {
     std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
     if (type == "aif") type = "aiff";
     if (type == "wave") type = "wav";
-    if (type == "mp3") return SF_FORMAT_MPEG;
-    if (type == "ogg" || type == "opus") return SF_FORMAT_OGG;
+    if (type == "mp3") type = "m1a";                    // libsndfile's name for its MPEG files
+    if (type == "ogg" || type == "opus") type = "oga";  // and for its Ogg files
     if (type.empty()) return 0;
     int count = 0;
     sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof count);

@@ -333,13 +333,16 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
     const bool typed = !o.type.empty() && (path == o.out || path == "-");
     const std::string type = typed ? o.type : lower_extension(path);
     const int major = format_for_type(type);
-    std::vector<int> subs{SF_FORMAT_PCM_16};
     const auto *file = dynamic_cast<const AudioReader *>(&in);
-    if (file != nullptr && file->is_wider_than_16bit()) subs.insert(subs.begin(), file->format() & SF_FORMAT_SUBMASK);
-    if (major == SF_FORMAT_MPEG) subs = {SF_FORMAT_MPEG_LAYER_III};
-    if (major == SF_FORMAT_OGG) {
+    std::vector<int> subs;
+    if (major == SF_FORMAT_MPEG) {
+        subs = {SF_FORMAT_MPEG_LAYER_III};
+    } else if (major == SF_FORMAT_OGG) {
         const bool ogg_in = file != nullptr && (file->format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
         subs = {type == "opus" ? SF_FORMAT_OPUS : ogg_in ? file->format() & SF_FORMAT_SUBMASK : SF_FORMAT_VORBIS};
+    } else {
+        if (file != nullptr && file->is_wider_than_16bit()) subs.push_back(file->format() & SF_FORMAT_SUBMASK);
+        subs.push_back(SF_FORMAT_PCM_16);
     }
     for (int sub : subs) {
         SF_INFO info{};

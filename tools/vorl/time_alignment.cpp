@@ -108,23 +108,20 @@ std::string describe_lag(const Lag &lag, int rate, const std::string &name, cons
 std::string describe_channel_fault(const int16_t *reference, const int16_t *other, std::size_t frames,
                                    const std::string &name, const std::string &reference_name) {
     const std::size_t window = std::min(frames, kFineWindow), first = (frames - window) / 2;
-    // Correlation of f(reference frame) with f(other frame) over the window.
-    const auto correlate = [&](auto f) {
-        double xy = 0, xx = 0, yy = 0;
-        for (std::size_t t = first; t < first + window; ++t) {
-            const double x = f(reference + 2 * t), y = f(other + 2 * t);
-            xy += x * y;
-            xx += x * x;
-            yy += y * y;
-        }
-        return xx > 0 && yy > 0 ? xy / std::sqrt(xx * yy) : 0.0;
+    // Correlation of a * left + b * right of the two recordings over the window.
+    const auto correlate = [&](int a, int b) {
+        const auto mix = [&](const int16_t *s) {
+            std::vector<float> out(window);
+            for (std::size_t t = 0; t < window; ++t)
+                out[t] = static_cast<float>(a * s[2 * (first + t)] + b * s[2 * (first + t) + 1]);
+            return out;
+        };
+        return correlation(mix(reference), mix(other), 0, static_cast<int64_t>(window), 0);
     };
-    const double left = correlate([](const int16_t *s) { return static_cast<double>(s[0]); });
-    const double right = correlate([](const int16_t *s) { return static_cast<double>(s[1]); });
-    const double sum = correlate([](const int16_t *s) { return static_cast<double>(s[0]) + s[1]; });
+    const double left = correlate(1, 0), right = correlate(0, 1), sum = correlate(1, 1);
     // Far sound reaches both capsules nearly alike, so channels swapped show
     // in the difference of the channels (what sets them apart) turning over.
-    const double difference = correlate([](const int16_t *s) { return static_cast<double>(s[0]) - s[1]; });
+    const double difference = correlate(1, -1);
     const char *fault = nullptr;
     if (sum >= kClear && difference <= -kDifferenceClear)
         fault = "has its left and right channels swapped";
