@@ -131,6 +131,12 @@ def test_bad_input_is_refused_with_words(tmp_path):
     (tmp_path / "short.tbl").write_bytes(b"x" * 10)
     with pytest.raises(vorl.Error, match="short.tbl: not a tuning table"):
         vorl.read_table(tmp_path / "short.tbl")
+    (tmp_path / "long.tbl").write_bytes(b"x" * 5000)
+    with pytest.raises(vorl.Error, match=r"long.tbl: not a tuning table \(5000 bytes"):
+        vorl.read_table(tmp_path / "long.tbl")
+    (tmp_path / "t.json").write_text(vorl.table_to_json(vorl.default_table()))
+    with pytest.raises(vorl.Error, match="t.json: a table's JSON, not a table file"):
+        vorl.read_table(tmp_path / "t.json")
     (tmp_path / "drive.txt").write_text("1 0 0\n1 0\n")
     with pytest.raises(vorl.Error, match="drive.txt:2"):
         vorl.read_drive(tmp_path / "drive.txt")

@@ -60,6 +60,15 @@ TEST(VorlTable, JsonRoundTripIsByteIdentical) {
     ASSERT_EQ(box.vorl({"table", "from-json", "default.json", "back.tbl"}).exit_code, 0);
     EXPECT_EQ(read_bytes(box.path("back.tbl")), read_bytes(box.path("default.tbl")));
     EXPECT_EQ(read_bytes(box.path("back.tbl")).size(), 4184u);
+    // The JSON where a table file belongs is named for what it is.
+    write_audio(box.path("in.wav"), 2, 4800, 48000, kWav16, tone);
+    for (const auto &command : std::vector<std::vector<std::string>>{{"table", "check", "default.json"},
+                                                                      {"process", "in.wav", "out.wav", "--table", "default.json"}}) {
+        const RunResult r = box.vorl(command);
+        EXPECT_EQ(r.exit_code, 2);
+        EXPECT_TRUE(contains(r.err, "default.json: a table's JSON, not a table file; build the table with: vorl table from-json"))
+            << r.err;
+    }
 }
 
 TEST(VorlTable, CheckPassesTheDefaultAndNamesEachBrokenField) {

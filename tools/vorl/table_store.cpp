@@ -14,7 +14,15 @@ namespace vorl {
 
 namespace {
 
+bool looks_like_json(const std::string &bytes) {
+    const std::size_t first = bytes.find_first_not_of(" \t\r\n");
+    return first != std::string::npos && bytes[first] == '{';
+}
+
 st_vorl_tbl table_of_bytes(const std::string &bytes, const std::string &path) {
+    if (bytes.size() != VORL_TBL_SIZE && looks_like_json(bytes))
+        cli::input_error(cli::input_name(path) + ": a table's JSON, not a table file; build the table with: vorl table from-json " +
+                         path + " TABLE");
     if (bytes.size() != VORL_TBL_SIZE)
         cli::input_error(cli::input_name(path) + ": " + std::to_string(bytes.size()) + " bytes, a tuning table has " +
                          std::to_string(VORL_TBL_SIZE));
@@ -41,8 +49,7 @@ st_vorl_tbl read_json_table(const std::string &path) { return json_table_of(read
 
 st_vorl_tbl read_table_or_json(const std::string &path) {
     const std::string bytes = read_file(path, "tuning table", 1 << 24);
-    const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-    return first != std::string::npos && bytes[first] == '{' ? json_table_of(bytes, path) : table_of_bytes(bytes, path);
+    return looks_like_json(bytes) ? json_table_of(bytes, path) : table_of_bytes(bytes, path);
 }
 
 void check_table_destination(const std::string &path) {
