@@ -185,10 +185,11 @@ Words read_drive(const std::string &path) {
 }
 
 // What "vorl process" warns of when the words of the drive file `name` do
-// not fit a recording of `frames` frames at `rate` Hz called `audio`.
+// not fit a recording of `frames` frames at `rate` Hz called `audio`
+// (recorded at `recorded_rate`, when it is resampled to `rate`).
 std::vector<std::string> drive_mismatches(const py::object &drive, const std::string &name, int64_t frames, int rate,
-                                          const std::string &audio) {
-    return vorl::DriveSchedule::from_words(words_of(drive), name).mismatches(frames, rate, audio);
+                                          const std::string &audio, int recorded_rate) {
+    return vorl::DriveSchedule::from_words(words_of(drive), name).mismatches(frames, rate, audio, recorded_rate);
 }
 
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says

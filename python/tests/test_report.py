@@ -15,12 +15,12 @@ def png_size(path):
     return int.from_bytes(data[16:20], "big"), int.from_bytes(data[20:24], "big")
 
 
-def write_wav(path, samples):
-    """16-bit stereo at 48 kHz from an int16 array of shape (frames, 2)."""
+def write_wav(path, samples, rate=48000):
+    """16-bit stereo from an int16 array of shape (frames, 2)."""
     with wave.open(str(path), "wb") as w:
         w.setnchannels(2)
         w.setsampwidth(2)
-        w.setframerate(48000)
+        w.setframerate(rate)
         w.writeframes(np.ascontiguousarray(samples, dtype="<i2").tobytes())
 
 
@@ -116,3 +116,23 @@ def test_report_reads_a_cameras_video_and_says_when_the_drive_file_is_short(demo
     done = run_tool("report", video, "--drive", tmp_path / "short.txt", tmp_path / "report")
     assert "the blocks past the file's end are idle" in done.stderr
     assert png_size(tmp_path / "report" / "gain.png")[0] >= 1000
+
+
+def test_report_at_another_rate_reads_the_drive_file_as_process_does(demo, tmp_path):
+    from vorl.report import rows_at_own_rate
+    drive = np.zeros((200, 3), dtype=np.int64)
+    drive[100:150, 0] = 1  # 48 kHz blocks 100..149: 0.533 s to 0.800 s
+    words = rows_at_own_rate(drive, 200, 44100)
+    assert list(np.flatnonzero(words[:, 0])) == list(range(92, 138))  # 44.1 kHz blocks starting in that time
+    assert not words[184:].any()  # past the file's end
+    noisy, _ = vorl.read_audio(demo / "noisy.wav")
+    write_wav(tmp_path / "noisy44.wav", noisy[:44100 * 3], rate=44100)
+    lines = (demo / "drive.txt").read_text().splitlines(keepends=True)
+    (tmp_path / "drive.txt").write_text("".join(lines[:1 + 563]))  # 3 s of 48 kHz blocks
+    done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "drive.txt", tmp_path / "report")
+    assert "block lines" not in done.stderr
+    assert "noisy44.wav: 44100 Hz, processed here at that rate with a table tuned for 48000 Hz" in done.stderr
+    (tmp_path / "short.txt").write_text("".join(lines[:1 + 517]))  # as many lines as 44.1 kHz blocks
+    done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "short.txt", tmp_path / "report")
+    assert "short.txt: 517 block lines, but " in done.stderr
+    assert "has 563 blocks of 256 frames at 48000 Hz" in done.stderr

@@ -67,6 +67,18 @@ class DriveSpans(list):
         self.title = title
 
 
+def rows_at_own_rate(drive, blocks, rate):
+    """The rows of a drive file, which counts the 48 kHz blocks vorl process
+    resamples a recording to, for the `blocks` blocks of the recording at its
+    own `rate`: each takes the row of the 48 kHz block that holds its first
+    frame (idle past the file's end)."""
+    index = np.arange(blocks) * RATE_TUNED // rate
+    words = np.zeros((blocks, 3), dtype=np.int64)
+    inside = index < len(drive)
+    words[inside] = drive[index[inside]]
+    return words
+
+
 def drive_spans(drive, rate, title="drive"):
     spans = DriveSpans(title)
     seconds = vorl.BLOCK_FRAMES / rate
@@ -274,8 +286,16 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     # Without a drive file the drives are detected, as vorl process does.
     drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
     if drive_path:
-        for problem in _vorl.drive_mismatches(drive, str(drive_path), len(noisy), rate, str(noisy_path)):
+        tuned_frames = round(len(noisy) * RATE_TUNED / rate)
+        for problem in _vorl.drive_mismatches(drive, str(drive_path), tuned_frames, RATE_TUNED, str(noisy_path), rate):
             print(f"vorl: warning: {problem}", file=sys.stderr)
+        if rate != RATE_TUNED:
+            drive = rows_at_own_rate(drive, blocks, rate)
+    if rate != RATE_TUNED:
+        what = "the gains are drawn from a run" if processed_path else "processed here"
+        print(f"vorl: warning: {noisy_path}: {rate} Hz, {what} at that rate with a table tuned for {RATE_TUNED} Hz "
+              f"(vorl process resamples it to {RATE_TUNED} Hz{'' if processed_path else '; --processed draws its output'})",
+              file=sys.stderr)
     # A table that breaks a rule is drawn as the library runs it, with a
     # warning: the report is where one looks at what such a table does.
     if table and any(where == "check_sum" for where, _ in vorl.check_table(table)):

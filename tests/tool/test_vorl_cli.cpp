@@ -324,6 +324,27 @@ TEST(VorlMeasure, AttenuationBesideTheOracleAndTheEnginesReach) {
     EXPECT_GE(mono, reach - 0.05) << m.out;
     EXPECT_EQ(box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--table", "cal.tbl"})).exit_code, 1);
 
+    // At 44.1 kHz a drive file counts the 48 kHz blocks that process
+    // resamples to (its --drive-out writes those): measure reads it so,
+    // and agrees with the ranges.
+    write_audio(box.path("clean44.wav"), 2, 9 * 44100, 44100, kWav16,
+                [](int64_t n, int c) { return sweep_content(n * 48000 / 44100, c); });
+    write_audio(box.path("noisy44.wav"), 2, 9 * 44100, 44100, kWav16,
+                [](int64_t n, int c) { return sweep_with_motor(n * 48000 / 44100, c); });
+    ASSERT_EQ(box.vorl(with_drive({"process", "noisy44.wav", "out44.wav", "--table", "cal.tbl", "--drive-out",
+                                   "drive48.txt", "-q"}))
+                  .exit_code,
+              0);
+    const RunResult ranges44 = box.vorl(with_drive({"measure", "clean44.wav", "noisy44.wav", "out44.wav"}));
+    const RunResult file44 =
+        box.vorl({"measure", "clean44.wav", "noisy44.wav", "out44.wav", "--drive", "drive48.txt"});
+    ASSERT_EQ(file44.exit_code, 0) << file44.err;
+    EXPECT_EQ(file44.err, "");
+    EXPECT_GT(figure(file44.out, "noise attenuation:"), 3.0) << file44.out;
+    EXPECT_NEAR(figure(file44.out, "noise attenuation:"), figure(ranges44.out, "noise attenuation:"), 0.2)
+        << file44.out << ranges44.out;
+    EXPECT_NEAR(figure(file44.out, "level change:"), figure(ranges44.out, "level change:"), 0.05) << file44.out;
+
     // A processed recording that runs late (the library's own output, as a
     // host that ignores the latency keeps it) and a clean one that runs
     // early are refused, and measured alike once --align takes the lags out.

@@ -133,12 +133,17 @@ bool DriveSchedule::has_af() const {
     return false;
 }
 
-std::vector<std::string> DriveSchedule::mismatches(int64_t frames, int rate, const std::string &audio) const {
+std::vector<std::string> DriveSchedule::mismatches(int64_t frames, int rate, const std::string &audio,
+                                                   int recorded_rate) const {
     std::vector<std::string> out;
     const int64_t blocks = (frames + 255) / 256;
-    char length[64];
-    std::snprintf(length, sizeof length, "%lld blocks (%.2f s)", static_cast<long long>(blocks),
-                  static_cast<double>(frames) / rate);
+    char length[96];
+    if (recorded_rate != 0 && recorded_rate != rate)
+        std::snprintf(length, sizeof length, "%lld blocks of 256 frames at %d Hz (%.2f s)",
+                      static_cast<long long>(blocks), rate, static_cast<double>(frames) / rate);
+    else
+        std::snprintf(length, sizeof length, "%lld blocks (%.2f s)", static_cast<long long>(blocks),
+                      static_cast<double>(frames) / rate);
     if (file_given_ && static_cast<int64_t>(by_block_.size()) != blocks)
         out.push_back(file_ + ": " + std::to_string(by_block_.size()) + " block lines, but " + audio + " has " +
                       length + (static_cast<int64_t>(by_block_.size()) < blocks
@@ -170,6 +175,15 @@ DriveWords DriveSchedule::at(int64_t block, double rate) const {
     w.af = covers(af_, t) ? 1 : 0;
     w.wind = covers(wind_, t) ? 1 : 0;
     return w;
+}
+
+DriveWords DriveSchedule::at_engine_rate(int64_t block, int rate, int engine_rate) const {
+    if (!file_given_ || rate == engine_rate) return at(block, rate);
+    return at(block * engine_rate / rate, engine_rate);
+}
+
+int64_t frames_at_rate(int64_t frames, int rate, int to_rate) {
+    return rate == to_rate ? frames : static_cast<int64_t>(std::llround(static_cast<double>(frames) * to_rate / rate));
 }
 
 }  // namespace vorl

@@ -42,10 +42,18 @@ public:
     // past the end of a drive file are idle.
     DriveWords at(int64_t block, double rate) const;
 
+    // The same for a recording at `rate` Hz that is processed at
+    // `engine_rate` (resampled to it): a drive file counts the engine's
+    // blocks, so block `block` takes the line of the engine block that holds
+    // its first frame. Ranges are times and need no such care.
+    DriveWords at_engine_rate(int64_t block, int rate, int engine_rate) const;
+
     // What does not fit a recording of `frames` frames at `rate` Hz called
     // `audio`: a drive file with another number of blocks, ranges that
     // reach past its end. One message per problem, none when all fits.
-    std::vector<std::string> mismatches(int64_t frames, int rate, const std::string &audio) const;
+    // `recorded_rate`, when another than `rate`, is the recording's own
+    // rate: its frames were counted at `rate`, which the message says.
+    std::vector<std::string> mismatches(int64_t frames, int rate, const std::string &audio, int recorded_rate = 0) const;
 
     bool uses_file() const { return file_given_; }
     // Whether any block has its autofocus word set.
@@ -58,6 +66,14 @@ private:
     std::string file_;
     std::vector<TimeRange> zoom_in_, zoom_out_, af_, wind_;
 };
+
+// The rate tables are tuned for; "vorl process" and "vorl table fit"
+// resample recordings at other rates to it (unless --no-resample).
+constexpr int kTunedRate = 48000;
+
+// The length of `frames` frames at `rate` Hz in frames at `to_rate`, as
+// resampling gives it.
+int64_t frames_at_rate(int64_t frames, int rate, int to_rate);
 
 // Writes a drive file, one "zoom af wind" line per block after a comment
 // line, atomically (input error naming the file on failure).

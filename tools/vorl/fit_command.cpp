@@ -74,7 +74,6 @@ log without zoom drive, a drive file whose length is not the take's, under
 
 namespace {
 
-constexpr int kTableRate = 48000;
 // How far a coded take's length may stray from its drive log's, in blocks:
 // two AAC frames of 1024 (the encoder's padding, a container cut).
 constexpr std::size_t kCodedLengthSlack = 8;
@@ -82,10 +81,10 @@ constexpr std::size_t kCodedLengthSlack = 8;
 // The take resampled to the tables' rate, of the length that rate gives it.
 std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate) {
     std::vector<float> in(samples.begin(), samples.end()), out;
-    Resampler resampler(rate, kTableRate);
+    Resampler resampler(rate, kTunedRate);
     resampler.push(in.data(), in.size() / 2, out);
     resampler.finish(out);
-    const auto frames = static_cast<std::size_t>(std::llround(static_cast<double>(in.size() / 2) * kTableRate / rate));
+    const auto frames = static_cast<std::size_t>(std::llround(static_cast<double>(in.size() / 2) * kTunedRate / rate));
     out.resize(2 * frames, 0.0f);
     std::vector<int16_t> result(out.size());
     for (std::size_t i = 0; i < out.size(); ++i)
@@ -142,9 +141,9 @@ int run_table_fit(int argc, char **argv, int first) {
         for (const std::string &w : conversion_warnings(in.name, 0, in.not_numbers)) cli::warn(w);
     // As "vorl process" does, a take at another rate is measured at the
     // tables' rate, so the table fits what the engine will see.
-    const bool resample = in.rate != kTableRate && !args.has("no-resample");
+    const bool resample = in.rate != kTunedRate && !args.has("no-resample");
     if (resample) in.samples = to_table_rate(in.samples, in.rate);
-    const int rate = resample ? kTableRate : in.rate;
+    const int rate = resample ? kTunedRate : in.rate;
     const std::size_t got = in.frames();
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
     if (drive.uses_file() && drive.file_blocks() != blocks) {
@@ -160,7 +159,7 @@ int run_table_fit(int argc, char **argv, int first) {
     if (!quiet && !drive.uses_file())
         for (const std::string &problem : drive.mismatches(static_cast<int64_t>(got), rate, in.name))
             cli::warn(problem);
-    if (!quiet && rate != kTableRate)
+    if (!quiet && rate != kTunedRate)
         cli::warn(in.name + ": sample rate " + std::to_string(rate) +
                   " Hz measured as it is (--no-resample); the table will be right for this rate only");
 

@@ -22,7 +22,7 @@ namespace {
 constexpr int kBlock = 256;
 
 const char kHelp[] = R"(usage: vorl measure CLEAN NOISY PROCESSED (--drive FILE | ranges)
-                    [--align] [--ceiling [--table FILE]]
+                    [--align] [--ceiling [--table FILE]] [--no-resample]
 
 Compares a processed recording with the recording it came from (NOISY) and
 with the same scene without drive noise (CLEAN). The three files must be
@@ -63,6 +63,10 @@ Figures, summed over both channels and all samples of the blocks concerned:
                     what the scene's width costs the engine's model.
   --table FILE  the floor of FILE's table for the engine's reach (default:
                 the built-in table's)
+  --no-resample for recordings at another rate than 48000 Hz: the drive
+                file counts blocks at their own rate, as for "vorl process
+                --no-resample" (by default it counts the 48 kHz blocks that
+                "vorl process" resamples them to)
   --align       take out the lag of a recording that runs late or early
                 (the output of a host that does not make up for a plugin's
                 latency, or of "vorl process --raw") and measure over the
@@ -142,7 +146,7 @@ void check_channels(const Span &span, const std::vector<std::string> &names) {
 
 int run_measure(int argc, char **argv, int first) {
     const cli::ParsedArgs args = cli::parse_args(
-        argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}}), "measure");
+        argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}, {"no-resample"}}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
@@ -171,9 +175,15 @@ int run_measure(int argc, char **argv, int first) {
     const int16_t *clean = span.start[0], *noisy = span.start[1], *processed = span.start[2];
     const std::size_t frames = span.frames;
 
-    for (const auto &p : drive.mismatches(static_cast<int64_t>(recordings[1].size() / 2), rates[0], args.positional[1]))
+    // A drive file counts the blocks "vorl process" runs the engine on.
+    const int engine_rate = args.has("no-resample") ? rates[0] : kTunedRate;
+    const auto noisy_frames = static_cast<int64_t>(recordings[1].size() / 2);
+    for (const auto &p : drive.mismatches(frames_at_rate(noisy_frames, rates[0], engine_rate), engine_rate,
+                                          args.positional[1], rates[0]))
         cli::warn(p);
-    const auto words = [&](std::size_t b) { return drive.at(static_cast<int64_t>(b + span.first_block), rates[0]); };
+    const auto words = [&](std::size_t b) {
+        return drive.at_engine_rate(static_cast<int64_t>(b + span.first_block), rates[0], engine_rate);
+    };
     const DriveMeasure m = measure_drives(clean, noisy, processed, frames, words);
     const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
     if (drives.blocks > 0 && drives.noise <= 0.0)

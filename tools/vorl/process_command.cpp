@@ -34,7 +34,6 @@ namespace vorl {
 
 namespace {
 
-constexpr int kTunedRate = 48000;
 constexpr std::size_t kReadFrames = 16384;  // per engine push
 
 const char kHelp[] = R"(usage: vorl process IN OUT [options]
@@ -441,11 +440,9 @@ int run_process(int argc, char **argv, int first) {
 
     // Drive state that does not fit the recording is found before any work.
     // A drive file counts the engine's blocks (at 48 kHz when resampled).
-    const auto engine_frames = [&](int64_t frames) {
-        return resample ? static_cast<int64_t>(std::llround(static_cast<double>(frames) * kTunedRate / rate)) : frames;
-    };
+    const auto engine_frames = [&](int64_t frames) { return frames_at_rate(frames, rate, engine_rate); };
     if (in.frames() >= 0) {
-        const auto problems = o.drive.mismatches(engine_frames(in.frames()), engine_rate, in.name());
+        const auto problems = o.drive.mismatches(engine_frames(in.frames()), engine_rate, in.name(), rate);
         for (std::size_t i = 0; i < problems.size(); ++i) {
             if (o.strict && i + 1 == problems.size()) cli::input_error(problems[i] + " (--strict)");
             if (o.strict)
@@ -554,7 +551,7 @@ int run_process(int argc, char **argv, int first) {
             cli::warn(std::to_string(bridge->output_clipped()) + " output sample(s) clipped after resampling back");
         for (const std::string &w : engine.input_check().warnings()) cli::warn(in.name() + ": " + w);
         if (frames != in.frames())  // the length became known, or proved shorter, only now
-            for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name())) cli::warn(p);
+            for (const auto &p : o.drive.mismatches(engine_frames(frames), engine_rate, in.name(), rate)) cli::warn(p);
         const double duration = static_cast<double>(frames) / rate;
         const std::string out_name = cli::output_name(o.out);
         std::string notes;
