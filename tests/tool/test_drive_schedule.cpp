@@ -30,8 +30,23 @@ TEST(DriveSchedule, ABlockIsDrivenWhenItsFirstFrameIsInTheRange) {
     EXPECT_EQ(s.at(86, 44100).zoom, 0u);  // 0.4993 s: outside
 }
 
+TEST(DriveSchedule, TimesMayBeMinutesAndSecondsOrHoursToo) {
+    DriveSchedule s;
+    s.add_zoom_in("1:02.5-1:04", "zoom-in");        // 62.5 s to 64 s
+    s.add_zoom_out("1:00:01-1:00:02.5", "zoom-out");  // 3601 s to 3602.5 s
+    s.add_wind("0:05-7", "wind");                    // mixed forms
+    EXPECT_EQ(s.at(11718, 48000).zoom, 0u);  // 62.496 s
+    EXPECT_EQ(s.at(11719, 48000).zoom, 1u);  // 62.501 s
+    EXPECT_EQ(s.at(12000, 48000).zoom, 0u);  // 64 s exactly
+    EXPECT_EQ(s.at(675188, 48000).zoom, 2u);  // 3601.003 s
+    EXPECT_EQ(s.at(675187, 48000).zoom, 0u);  // 3600.997 s
+    EXPECT_EQ(s.at(938, 48000).wind, 1u);     // 5.003 s
+    EXPECT_EQ(s.at(1313, 48000).wind, 0u);    // 7.003 s
+}
+
 TEST(DriveSchedule, MalformedRangesAndOverlappingDirectionsAreUsageErrors) {
-    for (const char *bad : {"", "1", "1-", "-2", "2-1", "1-1", "a-b", "1-2,", "1-2;3-4", "-1-2"}) {
+    for (const char *bad : {"", "1", "1-", "-2", "2-1", "1-1", "a-b", "1-2,", "1-2;3-4", "-1-2", "1:60-2:00",
+                            "1:2:3:4-1:2:3:5", "1:60:00-2:00:00", ":30-1:00", "1:-1:30", "1:5.-1:6", "1:1e1-1:20"}) {
         DriveSchedule s;
         try {
             s.add_zoom_in(bad, "zoom-in");

@@ -34,6 +34,35 @@ bool parse_seconds(const std::string &text, double &out) {
     return errno == 0 && *end == '\0' && std::isfinite(out) && out >= 0.0;
 }
 
+bool all_digits(const std::string &text, std::size_t most) {
+    return !text.empty() && text.size() <= most && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// A time: seconds ("95.5"), or minutes and seconds ("1:35.5"), or hours,
+// minutes and seconds ("1:01:35.5"), as players and editors show times.
+bool parse_time(const std::string &text, double &out) {
+    const std::size_t last = text.rfind(':');
+    if (last == std::string::npos) return parse_seconds(text, out);
+    const std::string seconds = text.substr(last + 1);
+    const std::size_t point = seconds.find('.');
+    if (!all_digits(seconds.substr(0, point), 2) ||
+        (point != std::string::npos && !all_digits(seconds.substr(point + 1), 9)))
+        return false;
+    double whole = 0.0;
+    std::size_t begin = 0;
+    for (int field = 0; begin <= last; ++field) {  // hours and minutes, or minutes
+        const std::size_t colon = text.find(':', begin);
+        const std::string digits = text.substr(begin, colon - begin);
+        if (field == 2 || !all_digits(digits, 6)) return false;
+        const double value = std::stod(digits);
+        if (begin > 0 && value >= 60.0) return false;
+        whole = whole * 60.0 + value;
+        begin = colon + 1;
+    }
+    out = whole * 60.0 + std::stod(seconds);
+    return std::stod(seconds) < 60.0;
+}
+
 // A non-negative integer field of a drive-file line.
 bool parse_word(std::istringstream &in, uint64_t &out) {
     std::string tok;
@@ -54,9 +83,10 @@ std::vector<TimeRange> parse_ranges(const std::string &value, const std::string 
         const std::string item = value.substr(begin, comma == std::string::npos ? std::string::npos : comma - begin);
         const auto dash = item.find('-');
         TimeRange r{};
-        if (dash == std::string::npos || !parse_seconds(item.substr(0, dash), r.start) ||
-            !parse_seconds(item.substr(dash + 1), r.end))
-            cli::usage_error("--" + option + " " + value + ": expected START-END in seconds, e.g. 1.5-3.2");
+        if (dash == std::string::npos || !parse_time(item.substr(0, dash), r.start) ||
+            !parse_time(item.substr(dash + 1), r.end))
+            cli::usage_error("--" + option + " " + value +
+                             ": expected START-END in seconds or [H:]M:S, e.g. 1.5-3.2 or 1:02.5-1:04");
         if (!(r.start < r.end))
             cli::usage_error("--" + option + " " + value + ": range " + item + " ends before it starts");
         out.push_back(r);

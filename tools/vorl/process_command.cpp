@@ -92,8 +92,9 @@ detected from the recording itself, see "Drive detection" below):
   --zoom-out RANGES   zoom-out drive
   --af RANGES         autofocus drive
   --wind RANGES       wind present
-                      RANGES are START-END in seconds, comma-separated, and
-                      the options may be repeated. Block b (frames 256b to
+                      RANGES are START-END in seconds (or [H:]M:S, as in
+                      1:02.5-1:04), comma-separated, and the options may
+                      be repeated. Block b (frames 256b to
                       256b+255) is driven when its first frame lies in a
                       range: START <= 256*b/rate < END. Blocks are the
                       noise reducer's: at 48 kHz when IN is resampled.
