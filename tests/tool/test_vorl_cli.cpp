@@ -816,6 +816,15 @@ TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
     EXPECT_EQ(info.frames, frames);
     EXPECT_EQ(info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_24);
 
+    // Narrower formats fit 16 bits whole: nothing to warn of.
+    write_audio(box.path("u8.wav"), 2, 4800, 48000, SF_FORMAT_WAV | SF_FORMAT_PCM_U8, tone);
+    write_audio(box.path("alaw.wav"), 2, 4800, 48000, SF_FORMAT_WAV | SF_FORMAT_ALAW, tone);
+    for (const char *narrow : {"u8.wav", "alaw.wav"}) {
+        r = box.vorl({"process", narrow, "narrow-out.wav", "--no-detect", "-y"});
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+        EXPECT_FALSE(contains(r.err, "reduced to 16-bit")) << r.err;
+    }
+
     // Float beyond full scale: clipped on the way in and counted; the output
     // stays float.
     write_audio(box.path("float.wav"), 2, 4800, 48000, SF_FORMAT_WAV | SF_FORMAT_FLOAT, loud_float);

@@ -121,9 +121,23 @@ bool AudioReader::is_wider_than_16bit() const {
     switch (format_ & SF_FORMAT_SUBMASK) {
     case SF_FORMAT_PCM_24:
     case SF_FORMAT_PCM_32:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+    case SF_FORMAT_ALAC_32:
     case SF_FORMAT_FLOAT:
     case SF_FORMAT_DOUBLE: return true;
     default: return false;
+    }
+}
+
+bool AudioReader::loses_in_16bit() const {
+    switch (format_ & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_VORBIS:
+    case SF_FORMAT_OPUS:
+    case SF_FORMAT_MPEG_LAYER_I:
+    case SF_FORMAT_MPEG_LAYER_II:
+    case SF_FORMAT_MPEG_LAYER_III: return true;
+    default: return is_wider_than_16bit();
     }
 }
 

@@ -51,7 +51,10 @@ public:
     // holds when the header's length is a placeholder or too large.
     int64_t frames() const override { return frames_; }
     bool is_16bit() const;
-    bool is_wider_than_16bit() const;  // 24- or 32-bit PCM, float, double
+    bool is_wider_than_16bit() const;  // 24- or 32-bit PCM (ALAC too), float, double
+    // Whether 16-bit samples lose something of it: wider formats, and lossy
+    // codecs, which decode to floats (8-bit, A-law, ADPCM and the like fit).
+    bool loses_in_16bit() const;
     std::string format_name() const;  // e.g. "WAV (Microsoft), Signed 24 bit PCM"
 
     // Input error unless the file has two channels.

@@ -430,7 +430,7 @@ int run_process(int argc, char **argv, int first) {
     const bool resample = rate != kTunedRate && !o.no_resample;
     const int engine_rate = resample ? kTunedRate : rate;
     if (!o.quiet) {
-        if (file_in != nullptr && !file_in->is_16bit())
+        if (file_in != nullptr && file_in->loses_in_16bit())
             cli::warn(in.name() + ": " + file_in->format_name() + " input is reduced to 16-bit for the noise reducer" +
                       (file_in->is_wider_than_16bit() || resample ? " (TPDF dither)" : ""));
         if (rate != kTunedRate && !resample)
