@@ -849,6 +849,36 @@ TEST(VorlFormats, OtherRatesAreResampledAndDeepFormatsKept) {
 }
 
 // The compressed formats libsndfile writes hold the processed sound, time-aligned.
+// Header-less dumps, as a camera pipeline writes its buffers: 16-bit
+// little-endian stereo at 48 kHz, in and out, processed as the WAV is.
+TEST(VorlFormats, HeaderlessDumpsAreTheEnginesOwnForm) {
+    Sandbox box;
+    write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, tone);
+    const std::string wav = read_bytes(box.path("in.wav"));
+    const std::string samples = wav.substr(wav.size() - 48000 * 4);
+    write_bytes(box.path("dump.pcm"), samples);
+    ASSERT_EQ(box.vorl({"process", "in.wav", "out.wav", "--zoom-in", "0.2-0.6", "-q"}).exit_code, 0);
+    const RunResult r = box.vorl({"process", "dump.pcm", "out.raw", "--zoom-in", "0.2-0.6", "-q"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    const std::string out_wav = read_bytes(box.path("out.wav"));
+    EXPECT_EQ(read_bytes(box.path("out.raw")), out_wav.substr(out_wav.size() - 48000 * 4));
+
+    write_bytes(box.path("cut.pcm"), samples.substr(0, 4 * 20000 + 3));
+    const RunResult cut = box.vorl({"process", "cut.pcm", "cut.wav", "--no-detect", "-q"});
+    EXPECT_EQ(cut.exit_code, 0);
+    EXPECT_TRUE(contains(cut.err, "cut.pcm: ends 3 byte(s) into a frame")) << cut.err;
+    EXPECT_EQ(audio_info(box.path("cut.wav")).frames, 20000);
+
+    write_audio(box.path("in44.wav"), 2, 4410, 44100, kWav16, tone);
+    const RunResult at44 = box.vorl({"process", "in44.wav", "out44.raw"});
+    EXPECT_EQ(at44.exit_code, 1);
+    EXPECT_TRUE(contains(at44.err, "out44.raw: a header-less file holds 16-bit stereo at 48000 Hz only")) << at44.err;
+    write_bytes(box.path("dump.bin"), samples);
+    const RunResult unnamed = box.vorl({"process", "dump.bin", "bin.wav"});
+    EXPECT_EQ(unnamed.exit_code, 2);
+    EXPECT_TRUE(contains(unnamed.err, "is read from a file named .raw or .pcm")) << unnamed.err;
+}
+
 TEST(VorlFormats, CompressedOutputsHoldTheProcessedSound) {
     Sandbox box;
     write_audio(box.path("in.wav"), 2, 48000, 48000, kWav16, tone);

@@ -97,8 +97,20 @@ AudioReader::AudioReader(const std::string &path, bool dither)
     if (fd < 0) cli::input_error(name_ + ": cannot open: " + std::strerror(errno));
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
+    if (path != "-" && format_for_extension(path) == SF_FORMAT_RAW) {
+        // Header-less samples in the engine's own form, as a camera
+        // pipeline dumps its buffers.
+        info.format = raw_format();
+        info.channels = 2;
+        info.samplerate = kRawRate;
+        partial_frame_bytes_ = static_cast<int>(st.st_size % 4);
+    }
     sf_ = sf_open_fd(fd, SFM_READ, &info, SF_TRUE);
-    if (sf_ == nullptr) cli::input_error(name_ + ": cannot read as audio: " + sf_strerror(nullptr));
+    if (sf_ == nullptr)
+        cli::input_error(name_ + ": cannot read as audio: " + sf_strerror(nullptr) +
+                         (sf_error(nullptr) == SF_ERR_UNRECOGNISED_FORMAT && path != "-" && format_for_extension(path) == 0
+                              ? " (header-less 16-bit stereo at 48 kHz is read from a file named .raw or .pcm)"
+                              : ""));
     channels_ = info.channels;
     rate_ = info.samplerate;
     format_ = info.format;
@@ -208,6 +220,9 @@ std::string AudioReader::premature_end() const {
     if (declared_ >= 0 && frames_read_ < declared_)
         return "premature end of file: " + seconds(frames_read_, rate_) + " of " + seconds(declared_, rate_) + why;
     if (!decode_error_.empty()) return "decoding stopped after " + seconds(frames_read_, rate_) + why;
+    if (partial_frame_bytes_ != 0 && frames_read_ == frames_)
+        return "ends " + std::to_string(partial_frame_bytes_) +
+               " byte(s) into a frame, left out (a dump cut short, or not 16-bit stereo)";
     return "";
 }
 
@@ -215,6 +230,7 @@ int format_for_type(const std::string &type_name) {
     std::string type = type_name;
     std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
     if (type == "aif") type = "aiff";
+    if (type == "pcm") type = "raw";
     if (type == "wave") type = "wav";
     if (type == "mp3") type = "m1a";                    // libsndfile's name for its MPEG files
     if (type == "ogg" || type == "opus") type = "oga";  // and for its Ogg files
@@ -231,6 +247,8 @@ int format_for_type(const std::string &type_name) {
 }
 
 int format_for_extension(const std::string &path) { return format_for_type(lower_extension(path)); }
+
+int raw_format() { return SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE; }
 
 AudioWriter::AudioWriter(const std::string &destination, int sample_rate, int format)
     : name_(cli::output_name(destination)) {

@@ -92,12 +92,18 @@ private:
     Requantizer to_16bit_;
     uint64_t infinite_ = 0, float_nans_ = 0;  // met by read(float *)
     std::string decode_error_;
+    int partial_frame_bytes_ = 0;  // a header-less file's bytes past its last whole frame
     void after_read(int64_t got);
     std::vector<double> wide_;
 };
 
 // A file name's extension in lower case, without the dot; "" if none.
 std::string lower_extension(const std::string &path);
+
+// A header-less file ("raw", also "pcm") holds 16-bit little-endian stereo
+// at 48 kHz: the form of the engine's own blocks. Its libsndfile format:
+int raw_format();
+constexpr int kRawRate = 48000;
 
 // libsndfile's major format for a type name ("wav", "flac", "aiff", ...),
 // 0 if none.

@@ -40,7 +40,8 @@ const char kHelp[] = R"(usage: vorl process IN OUT [options]
 
 Removes lens-drive noise (zoom motor in both directions, autofocus, with a
 wind allowance) from a stereo recording. IN may be any stereo file that
-libsndfile reads (WAV, FLAC, AIFF, ...), or "-" for standard input. OUT is
+libsndfile reads (WAV, FLAC, AIFF, ...; .raw and .pcm files are header-less
+16-bit little-endian stereo at 48 kHz), or "-" for standard input. OUT is
 written in the format its extension or --type names, at IN's sample rate;
 "-" writes standard output (--type needed). IN is never modified: OUT must
 be another file, and it appears only when complete (it is written as an
@@ -335,7 +336,13 @@ int output_format(const Options &o, const std::string &path, const SampleReader 
     const int major = format_for_type(type);
     const auto *file = dynamic_cast<const AudioReader *>(&in);
     std::vector<int> subs;
-    if (major == SF_FORMAT_MPEG) {
+    if (major == SF_FORMAT_RAW) {
+        if (in.sample_rate() != kRawRate)
+            cli::usage_error(cli::output_name(path) + ": a header-less file holds 16-bit stereo at " +
+                             std::to_string(kRawRate) + " Hz only, and " + in.name() + " is at " +
+                             std::to_string(in.sample_rate()) + " Hz; use .wav, .flac, ...");
+        return raw_format();
+    } else if (major == SF_FORMAT_MPEG) {
         subs = {SF_FORMAT_MPEG_LAYER_III};
     } else if (major == SF_FORMAT_OGG) {
         const bool ogg_in = file != nullptr && (file->format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
