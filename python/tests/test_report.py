@@ -131,8 +131,11 @@ def test_report_at_another_rate_reads_the_drive_file_as_process_does(demo, tmp_p
     (tmp_path / "drive.txt").write_text("".join(lines[:1 + 563]))  # 3 s of 48 kHz blocks
     done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "drive.txt", tmp_path / "report")
     assert "block lines" not in done.stderr
-    assert "noisy44.wav: 44100 Hz, processed here at that rate with a table tuned for 48000 Hz" in done.stderr
+    assert "noisy44.wav: 44100 Hz; processed here at that rate with a table tuned for 48000 Hz" in done.stderr
     (tmp_path / "short.txt").write_text("".join(lines[:1 + 517]))  # as many lines as 44.1 kHz blocks
     done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "short.txt", tmp_path / "report")
     assert "short.txt: 517 block lines, but " in done.stderr
     assert "has 563 blocks of 256 frames at 48000 Hz" in done.stderr
+    done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "short.txt", "--no-resample",
+                    tmp_path / "report")
+    assert "block lines" not in done.stderr and "44100 Hz;" not in done.stderr

@@ -106,7 +106,7 @@ def read_table(path):
     with open(path, "rb") as f:
         data = f.read(TABLE_BYTES + 1)
         size = len(data) if len(data) <= TABLE_BYTES else os.fstat(f.fileno()).st_size
-    if data.lstrip()[:1] == b"{":
+    if size != TABLE_BYTES and data.lstrip()[:1] == b"{":
         raise Error(f"{path}: a table's JSON, not a table file; read it with table_from_json(open(path).read())")
     if size != TABLE_BYTES:
         raise Error(f"{path}: not a tuning table ({size} bytes, expected {TABLE_BYTES})")

@@ -270,7 +270,7 @@ def plot_table(plt, table, rate, path, title):
     save(plt, fig, path)
 
 
-def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None):
+def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None, no_resample=False):
     """Writes the four pictures; returns their paths."""
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
     for picture in paths.values():
@@ -285,16 +285,19 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     # Without a drive file the drives are detected, as vorl process does.
     drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
+    # A drive file counts the blocks vorl process runs the engine on: at
+    # 48 kHz for a recording it resamples.
+    engine_rate = rate if no_resample else RATE_TUNED
     if drive_path:
-        tuned_frames = round(len(noisy) * RATE_TUNED / rate)
-        for problem in _vorl.drive_mismatches(drive, str(drive_path), tuned_frames, RATE_TUNED, str(noisy_path), rate):
+        engine_frames = round(len(noisy) * engine_rate / rate)
+        for problem in _vorl.drive_mismatches(drive, str(drive_path), engine_frames, engine_rate, str(noisy_path), rate):
             print(f"vorl: warning: {problem}", file=sys.stderr)
-        if rate != RATE_TUNED:
+        if rate != engine_rate:
             drive = rows_at_own_rate(drive, blocks, rate)
-    if rate != RATE_TUNED:
+    if rate != engine_rate:
         what = "the gains are drawn from a run" if processed_path else "processed here"
-        print(f"vorl: warning: {noisy_path}: {rate} Hz, {what} at that rate with a table tuned for {RATE_TUNED} Hz "
-              f"(vorl process resamples it to {RATE_TUNED} Hz{'' if processed_path else '; --processed draws its output'})",
+        print(f"vorl: warning: {noisy_path}: {rate} Hz; {what} at that rate with a table tuned for {RATE_TUNED} Hz, "
+              f"to which vorl process resamples it{'' if processed_path else ' (--processed draws its output)'}",
               file=sys.stderr)
     # A table that breaks a rule is drawn as the library runs it, with a
     # warning: the report is where one looks at what such a table does.
@@ -356,6 +359,10 @@ def main(argv=None):
     parser.add_argument("--drive", metavar="FILE",
                         help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
+    parser.add_argument("--no-resample", action="store_true",
+                        help="for IN at another rate than 48000 Hz: as vorl process --no-resample (the drive file "
+                             "counts IN's own blocks); by default the drive file counts the 48 kHz blocks vorl "
+                             "process resamples IN to, and the report says that it runs at IN's rate")
     args = parser.parse_args(argv)
     with warnings.catch_warnings():
         shown = warnings.showwarning
@@ -372,7 +379,7 @@ def main(argv=None):
 
 def _run(args):
     try:
-        paths = make_report(args.input, args.dir, args.processed, args.drive, args.table)
+        paths = make_report(args.input, args.dir, args.processed, args.drive, args.table, args.no_resample)
     except (vorl.Error, OSError) as e:
         print(f"vorl: {e}", file=sys.stderr)
         return 2

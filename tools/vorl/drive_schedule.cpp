@@ -59,8 +59,9 @@ bool parse_time(const std::string &text, double &out) {
         whole = whole * 60.0 + value;
         begin = colon + 1;
     }
-    out = whole * 60.0 + std::stod(seconds);
-    return std::stod(seconds) < 60.0;
+    const double within = std::stod(seconds);
+    out = whole * 60.0 + within;
+    return within < 60.0;
 }
 
 // A non-negative integer field of a drive-file line.

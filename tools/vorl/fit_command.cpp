@@ -84,7 +84,7 @@ std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate
     Resampler resampler(rate, kTunedRate);
     resampler.push(in.data(), in.size() / 2, out);
     resampler.finish(out);
-    const auto frames = static_cast<std::size_t>(std::llround(static_cast<double>(in.size() / 2) * kTunedRate / rate));
+    const auto frames = static_cast<std::size_t>(frames_at_rate(static_cast<int64_t>(in.size() / 2), rate, kTunedRate));
     out.resize(2 * frames, 0.0f);
     std::vector<int16_t> result(out.size());
     for (std::size_t i = 0; i < out.size(); ++i)
