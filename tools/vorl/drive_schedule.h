@@ -71,6 +71,11 @@ private:
 // resample recordings at other rates to it (unless --no-resample).
 constexpr int kTunedRate = 48000;
 
+// How far a coded recording's length (a video's AAC) may stray from its
+// drive log's, in blocks: two AAC frames of 1024 (the encoder's padding, a
+// container cut).
+constexpr int64_t kCodedLengthSlack = 8;
+
 // The length of `frames` frames at `rate` Hz in frames at `to_rate`, as
 // resampling gives it.
 int64_t frames_at_rate(int64_t frames, int rate, int to_rate);

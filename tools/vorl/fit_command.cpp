@@ -74,9 +74,6 @@ log without zoom drive, a drive file whose length is not the take's, under
 
 namespace {
 
-// How far a coded take's length may stray from its drive log's, in blocks:
-// two AAC frames of 1024 (the encoder's padding, a container cut).
-constexpr std::size_t kCodedLengthSlack = 8;
 
 // The take resampled to the tables' rate, of the length that rate gives it.
 std::vector<int16_t> to_table_rate(const std::vector<int16_t> &samples, int rate) {
@@ -151,7 +148,7 @@ int run_table_fit(int argc, char **argv, int first) {
         const std::string counts = cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) +
                                    " block lines, but " + in.name + " has " + std::to_string(blocks) +
                                    " blocks of 256 frames" + (resample ? " at 48000 Hz" : "");
-        if (in.exact_length || off > kCodedLengthSlack)
+        if (in.exact_length || off > static_cast<std::size_t>(kCodedLengthSlack))
             cli::input_error(counts + ": the drive log does not belong to this take");
         if (!quiet)
             cli::warn(counts + ", within a coded stream's precision; blocks past the log's end are idle");
