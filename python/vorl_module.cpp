@@ -135,6 +135,17 @@ py::object process(const Pcm &audio, const py::object &drive, const py::object &
     return py::make_tuple(out, gains ? py::object(gain) : py::none(), warnings);
 }
 
+// Drive words as an array, one row "zoom af wind" per block.
+Words array_of(const std::vector<vorl::DriveWords> &found) {
+    Words words({static_cast<py::ssize_t>(found.size()), py::ssize_t{3}});
+    auto w = words.mutable_unchecked<2>();
+    for (std::size_t b = 0; b < found.size(); ++b) {
+        const auto i = static_cast<py::ssize_t>(b);
+        w(i, 0) = found[b].zoom, w(i, 1) = found[b].af, w(i, 2) = found[b].wind;
+    }
+    return words;
+}
+
 // The drive words the tool detects when it is given none (vorl process
 // without drive options), one row "zoom af wind" per block.
 Words detect(const Pcm &audio, const py::object &table) {
@@ -146,13 +157,7 @@ Words detect(const Pcm &audio, const py::object &table) {
         found = vorl::detect_drives(audio.data(), static_cast<std::size_t>(audio.shape(0)),
                                     table.is_none() ? nullptr : &t);
     }
-    Words words({static_cast<py::ssize_t>(found.size()), py::ssize_t{3}});
-    auto w = words.mutable_unchecked<2>();
-    for (std::size_t b = 0; b < found.size(); ++b) {
-        const auto i = static_cast<py::ssize_t>(b);
-        w(i, 0) = found[b].zoom, w(i, 1) = found[b].af, w(i, 2) = found[b].wind;
-    }
-    return words;
+    return array_of(found);
 }
 
 // Every rule a usable table keeps (checksum and version included).
@@ -172,24 +177,25 @@ std::string rule_summary(const py::bytes &table) {
 // A drive file as the tool reads it: (blocks, 3) words "zoom af wind".
 Words read_drive(const std::string &path) {
     const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_file(path);
-    const auto blocks = static_cast<py::ssize_t>(schedule.file_blocks());
-    Words words({blocks, py::ssize_t{3}});
-    auto w = words.mutable_unchecked<2>();
-    for (py::ssize_t b = 0; b < blocks; ++b) {
-        const vorl::DriveWords d = schedule.at(b, 48000.0);  // a file's words: the rate plays no part
-        w(b, 0) = d.zoom;
-        w(b, 1) = d.af;
-        w(b, 2) = d.wind;
-    }
-    return words;
+    std::vector<vorl::DriveWords> words(schedule.file_blocks());
+    for (std::size_t b = 0; b < words.size(); ++b)
+        words[b] = schedule.at(static_cast<int64_t>(b), 48000.0);  // a file's words: the rate plays no part
+    return array_of(words);
 }
 
-// What "vorl process" warns of when the words of the drive file `name` do
-// not fit a recording of `frames` frames at `rate` Hz called `audio`
-// (recorded at `recorded_rate`, when it is resampled to `rate`).
-std::vector<std::string> drive_mismatches(const py::object &drive, const std::string &name, int64_t frames, int rate,
-                                          const std::string &audio, int recorded_rate) {
-    return vorl::DriveSchedule::from_words(words_of(drive), name).mismatches(frames, rate, audio, recorded_rate);
+// The words of the drive file `name` for each block of a recording called
+// `audio`, of `frames` frames at `rate` Hz that is processed at
+// `engine_rate` (48 kHz where vorl process resamples it), read as vorl
+// measure reads them; and what does not fit, in vorl process's words.
+std::pair<Words, std::vector<std::string>> drive_for_recording(const py::object &drive, const std::string &name,
+                                                               int64_t frames, int rate, const std::string &audio,
+                                                               int engine_rate) {
+    const auto schedule = vorl::DriveSchedule::from_words(words_of(drive), name);
+    std::vector<vorl::DriveWords> words(static_cast<std::size_t>((frames + 255) / 256));
+    for (std::size_t b = 0; b < words.size(); ++b)
+        words[b] = schedule.at_engine_rate(static_cast<int64_t>(b), rate, engine_rate);
+    return {array_of(words),
+            schedule.mismatches(vorl::frames_at_rate(frames, rate, engine_rate), engine_rate, audio, rate)};
 }
 
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says
@@ -294,7 +300,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("read_drive", &read_drive, py::arg("path"));
     m.def("misalignment", &misalignment);
     m.def("channel_fault", &channel_fault);
-    m.def("drive_mismatches", &drive_mismatches);
+    m.def("drive_for_recording", &drive_for_recording);
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

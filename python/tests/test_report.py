@@ -119,12 +119,15 @@ def test_report_reads_a_cameras_video_and_says_when_the_drive_file_is_short(demo
 
 
 def test_report_at_another_rate_reads_the_drive_file_as_process_does(demo, tmp_path):
-    from vorl.report import rows_at_own_rate
+    from vorl import _vorl
     drive = np.zeros((200, 3), dtype=np.int64)
     drive[100:150, 0] = 1  # 48 kHz blocks 100..149: 0.533 s to 0.800 s
-    words = rows_at_own_rate(drive, 200, 44100)
+    words, problems = _vorl.drive_for_recording(drive, "d.txt", 200 * 256, 44100, "a.wav", 48000)
+    assert words.shape == (200, 3)
     assert list(np.flatnonzero(words[:, 0])) == list(range(92, 138))  # 44.1 kHz blocks starting in that time
     assert not words[184:].any()  # past the file's end
+    assert problems == ["d.txt: 200 block lines, but a.wav has 218 blocks of 256 frames at 48000 Hz (1.16 s); "
+                        "the blocks past the file's end are idle"]
     noisy, _ = vorl.read_audio(demo / "noisy.wav")
     write_wav(tmp_path / "noisy44.wav", noisy[:44100 * 3], rate=44100)
     lines = (demo / "drive.txt").read_text().splitlines(keepends=True)

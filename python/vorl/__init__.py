@@ -104,8 +104,8 @@ def drive_from_ranges(frames, rate, zoom_in=(), zoom_out=(), af=(), wind=()):
 def read_table(path):
     """A tuning-table file's bytes (exactly TABLE_BYTES)."""
     with open(path, "rb") as f:
+        size = os.fstat(f.fileno()).st_size
         data = f.read(TABLE_BYTES + 1)
-        size = len(data) if len(data) <= TABLE_BYTES else os.fstat(f.fileno()).st_size
     if size != TABLE_BYTES and data.lstrip()[:1] == b"{":
         raise Error(f"{path}: a table's JSON, not a table file; read it with table_from_json(open(path).read())")
     if size != TABLE_BYTES:

@@ -67,18 +67,6 @@ class DriveSpans(list):
         self.title = title
 
 
-def rows_at_own_rate(drive, blocks, rate):
-    """The rows of a drive file, which counts the 48 kHz blocks vorl process
-    resamples a recording to, for the `blocks` blocks of the recording at its
-    own `rate`: each takes the row of the 48 kHz block that holds its first
-    frame (idle past the file's end)."""
-    index = np.arange(blocks) * RATE_TUNED // rate
-    words = np.zeros((blocks, 3), dtype=np.int64)
-    inside = index < len(drive)
-    words[inside] = drive[index[inside]]
-    return words
-
-
 def drive_spans(drive, rate, title="drive"):
     spans = DriveSpans(title)
     seconds = vorl.BLOCK_FRAMES / rate
@@ -289,11 +277,10 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     # 48 kHz for a recording it resamples.
     engine_rate = rate if no_resample else RATE_TUNED
     if drive_path:
-        engine_frames = round(len(noisy) * engine_rate / rate)
-        for problem in _vorl.drive_mismatches(drive, str(drive_path), engine_frames, engine_rate, str(noisy_path), rate):
+        drive, problems = _vorl.drive_for_recording(drive, str(drive_path), len(noisy), rate, str(noisy_path),
+                                                    engine_rate)
+        for problem in problems:
             print(f"vorl: warning: {problem}", file=sys.stderr)
-        if rate != engine_rate:
-            drive = rows_at_own_rate(drive, blocks, rate)
     if rate != engine_rate:
         what = "the gains are drawn from a run" if processed_path else "processed here"
         print(f"vorl: warning: {noisy_path}: {rate} Hz; {what} at that rate with a table tuned for {RATE_TUNED} Hz, "

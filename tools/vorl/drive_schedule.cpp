@@ -41,26 +41,28 @@ bool all_digits(const std::string &text, std::size_t most) {
 // A time: seconds ("95.5"), or minutes and seconds ("1:35.5"), or hours,
 // minutes and seconds ("1:01:35.5"), as players and editors show times.
 bool parse_time(const std::string &text, double &out) {
-    const std::size_t last = text.rfind(':');
-    if (last == std::string::npos) return parse_seconds(text, out);
-    const std::string seconds = text.substr(last + 1);
+    if (text.find(':') == std::string::npos) return parse_seconds(text, out);
+    std::vector<std::string> fields;
+    for (std::size_t begin = 0, colon; ; begin = colon + 1) {
+        colon = text.find(':', begin);
+        fields.push_back(text.substr(begin, colon - begin));
+        if (colon == std::string::npos) break;
+    }
+    if (fields.size() > 3) return false;
+    double total = 0.0;  // whole minutes
+    for (std::size_t i = 0; i + 1 < fields.size(); ++i) {
+        if (!all_digits(fields[i], 6)) return false;
+        const double value = std::stod(fields[i]);
+        if (i > 0 && value >= 60.0) return false;  // minutes after hours
+        total = total * 60.0 + value;
+    }
+    const std::string &seconds = fields.back();
     const std::size_t point = seconds.find('.');
     if (!all_digits(seconds.substr(0, point), 2) ||
         (point != std::string::npos && !all_digits(seconds.substr(point + 1), 9)))
         return false;
-    double whole = 0.0;
-    std::size_t begin = 0;
-    for (int field = 0; begin <= last; ++field) {  // hours and minutes, or minutes
-        const std::size_t colon = text.find(':', begin);
-        const std::string digits = text.substr(begin, colon - begin);
-        if (field == 2 || !all_digits(digits, 6)) return false;
-        const double value = std::stod(digits);
-        if (begin > 0 && value >= 60.0) return false;
-        whole = whole * 60.0 + value;
-        begin = colon + 1;
-    }
     const double within = std::stod(seconds);
-    out = whole * 60.0 + within;
+    out = total * 60.0 + within;
     return within < 60.0;
 }
 
@@ -206,6 +208,11 @@ DriveWords DriveSchedule::at(int64_t block, double rate) const {
     w.af = covers(af_, t) ? 1 : 0;
     w.wind = covers(wind_, t) ? 1 : 0;
     return w;
+}
+
+bool DriveSchedule::file_within(int64_t blocks, int64_t slack) const {
+    const auto lines = static_cast<int64_t>(by_block_.size());
+    return lines >= blocks - slack && lines <= blocks + slack;
 }
 
 DriveWords DriveSchedule::at_engine_rate(int64_t block, int rate, int engine_rate) const {

@@ -59,6 +59,8 @@ public:
     // Whether any block has its autofocus word set.
     bool has_af() const;
     std::size_t file_blocks() const { return by_block_.size(); }
+    // Whether a drive file's line count lies within `slack` of `blocks`.
+    bool file_within(int64_t blocks, int64_t slack) const;
 
 private:
     std::vector<DriveWords> by_block_;

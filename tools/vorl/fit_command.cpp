@@ -144,11 +144,10 @@ int run_table_fit(int argc, char **argv, int first) {
     const std::size_t got = in.frames();
     const std::size_t blocks = (got + fit::kBlock - 1) / fit::kBlock;
     if (drive.uses_file() && drive.file_blocks() != blocks) {
-        const std::size_t off = std::max(blocks, drive.file_blocks()) - std::min(blocks, drive.file_blocks());
         const std::string counts = cli::input_name(args.value("drive")) + ": " + std::to_string(drive.file_blocks()) +
                                    " block lines, but " + in.name + " has " + std::to_string(blocks) +
                                    " blocks of 256 frames" + (resample ? " at 48000 Hz" : "");
-        if (in.exact_length || off > static_cast<std::size_t>(kCodedLengthSlack))
+        if (in.exact_length || !drive.file_within(static_cast<int64_t>(blocks), kCodedLengthSlack))
             cli::input_error(counts + ": the drive log does not belong to this take");
         if (!quiet)
             cli::warn(counts + ", within a coded stream's precision; blocks past the log's end are idle");

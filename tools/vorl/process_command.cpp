@@ -453,9 +453,8 @@ int run_process(int argc, char **argv, int first) {
     // what was recorded: its drive log may be that far off, and is no error.
     const auto drive_problems = [&](int64_t frames) {
         auto problems = o.drive.mismatches(engine_frames(frames), engine_rate, in.name(), rate);
-        const auto blocks = static_cast<int64_t>((engine_frames(frames) + VORL_BLOCK_FRAMES - 1) / VORL_BLOCK_FRAMES);
-        const bool coded = file_in == nullptr && o.drive.uses_file() &&
-                           std::llabs(static_cast<int64_t>(o.drive.file_blocks()) - blocks) <= kCodedLengthSlack;
+        const int64_t blocks = (engine_frames(frames) + VORL_BLOCK_FRAMES - 1) / VORL_BLOCK_FRAMES;
+        const bool coded = file_in == nullptr && o.drive.uses_file() && o.drive.file_within(blocks, kCodedLengthSlack);
         for (std::string &p : problems) p += coded ? " (within a coded stream's precision)" : "";
         return std::make_pair(problems, coded);
     };
