@@ -35,9 +35,22 @@ constexpr py::ssize_t kBins = 256;
 using Pcm = py::array_t<int16_t, py::array::c_style | py::array::forcecast>;
 using Words = py::array_t<int64_t, py::array::c_style | py::array::forcecast>;
 
+// A table's bytes from bytes or anything bytes() takes (bytearray,
+// memoryview, a numpy uint8 array); a path is named as the likely mistake.
+std::string table_bytes(const py::object &table) {
+    if (!py::isinstance<py::str>(table) && !py::isinstance<py::int_>(table))
+        if (PyObject *bytes = PyBytes_FromObject(table.ptr())) return py::reinterpret_steal<py::bytes>(bytes);
+    PyErr_Clear();
+    const std::string type = py::str(py::type::of(table).attr("__name__"));
+    throw py::type_error("a table must be a tuning table's bytes, got " + type +
+                         (py::isinstance<py::str>(table) || py::hasattr(table, "__fspath__")
+                              ? " (read_table(path) reads a table file)"
+                              : ""));
+}
+
 st_vorl_tbl table_of(const py::object &table) {
     if (table.is_none()) return vorl::default_table();
-    const std::string bytes = table.cast<py::bytes>();
+    const std::string bytes = table_bytes(table);
     if (bytes.size() != sizeof(st_vorl_tbl))
         throw py::value_error("a tuning table has " + std::to_string(sizeof(st_vorl_tbl)) + " bytes, not " +
                               std::to_string(bytes.size()));
@@ -55,6 +68,16 @@ st_vorl_tbl usable_table(const py::object &table, bool force) {
         throw vorl::cli::Failure(vorl::cli::kExitInput, "table: " + vorl::tablekit::summarise(broken) +
                                                             " (check_table lists them); force=True uses it anyway");
     return t;
+}
+
+// Stereo audio is (frames, 2); a channels-first array is the usual slip.
+void check_stereo(const Pcm &audio) {
+    if (audio.ndim() == 2 && audio.shape(1) == 2) return;
+    std::string shape;
+    for (py::ssize_t d = 0; d < audio.ndim(); ++d) shape += (d ? ", " : "") + std::to_string(audio.shape(d));
+    if (audio.ndim() == 1) shape += ",";
+    throw py::value_error("audio has shape (" + shape + "), not (frames, 2) of a stereo recording" +
+                          (audio.ndim() == 2 && audio.shape(0) == 2 ? "; channels first? pass audio.T" : ""));
 }
 
 py::bytes bytes_of(const st_vorl_tbl &t) { return py::bytes(reinterpret_cast<const char *>(&t), sizeof t); }
@@ -100,7 +123,7 @@ std::vector<vorl::DriveWords> words_of(const py::object &drive) {
 // the tool would warn of in the input.
 py::object process(const Pcm &audio, const py::object &drive, const py::object &table, bool pulse, bool dc_cut,
                    double strength, bool prime, bool gains, bool force) {
-    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    check_stereo(audio);
     if (!(strength >= 0.0 && strength <= 1.0)) throw py::value_error("strength must be between 0 and 1");
     const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
     vorl::HostSession session(usable_table(table, force), table.is_none() ? "built-in table" : "table", pulse);
@@ -149,7 +172,7 @@ Words array_of(const std::vector<vorl::DriveWords> &found) {
 // The drive words the tool detects when it is given none (vorl process
 // without drive options), one row "zoom af wind" per block.
 Words detect(const Pcm &audio, const py::object &table) {
-    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    check_stereo(audio);
     const st_vorl_tbl t = table_of(table);
     std::vector<vorl::DriveWords> found;
     {
@@ -161,7 +184,7 @@ Words detect(const Pcm &audio, const py::object &table) {
 }
 
 // Every rule a usable table keeps (checksum and version included).
-std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &table) {
+std::vector<std::pair<std::string, std::string>> check_table(const py::object &table) {
     std::vector<std::pair<std::string, std::string>> found;
     for (const auto &v : vorl::tablekit::check_table_rules(table_of(table))) found.emplace_back(v.where, v.problem);
     return found;
@@ -169,7 +192,7 @@ std::vector<std::pair<std::string, std::string>> check_table(const py::bytes &ta
 
 // The rules a table breaks in the tool's words ("breaks N table rules,
 // first WHERE: PROBLEM"), "" when none.
-std::string rule_summary(const py::bytes &table) {
+std::string rule_summary(const py::object &table) {
     const auto broken = vorl::tablekit::check_table_rules(table_of(table));
     return broken.empty() ? "" : vorl::tablekit::summarise(broken);
 }
@@ -227,7 +250,7 @@ py::tuple read_audio(const std::string &path) {
 // A table fitted to a calibration take, as `vorl table fit` makes it:
 // (table bytes, report text).
 py::tuple fit_table(const Pcm &audio, const py::object &drive, const py::object &base, bool quick, int rate) {
-    if (audio.ndim() != 2 || audio.shape(1) != 2) throw py::value_error("audio must have shape (frames, 2), int16");
+    check_stereo(audio);
     vorl::check_sample_rate(rate, "take");
     const std::vector<vorl::DriveWords> words = words_of(drive);
     const std::size_t blocks = static_cast<std::size_t>((audio.shape(0) + kBlock - 1) / kBlock);
@@ -305,12 +328,12 @@ PYBIND11_MODULE(_vorl, m) {
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());
     m.def("default_table", [] { return bytes_of(vorl::default_table()); });
-    m.def("table_to_json", [](const py::bytes &t) { return vorl::tablekit::table_to_json(table_of(t)); });
+    m.def("table_to_json", [](const py::object &t) { return vorl::tablekit::table_to_json(table_of(t)); });
     m.def("table_from_json", [](const std::string &text) { return bytes_of(vorl::tablekit::table_from_json(text)); });
     m.def("check_table", &check_table);
     m.def("rule_summary", &rule_summary);
     m.def("table_curves", &table_curves, py::arg("table") = py::none());
-    m.def("seal_table", [](const py::bytes &t) {
+    m.def("seal_table", [](const py::object &t) {
         st_vorl_tbl table = table_of(t);
         vorl::tablekit::seal(table);
         return bytes_of(table);

@@ -103,10 +103,17 @@ def test_tables_convert_and_check(tmp_path):
 
 def test_bad_input_is_refused_with_words(tmp_path):
     audio = np.zeros((1000, 2), np.int16)
-    with pytest.raises(ValueError, match="shape"):
+    with pytest.raises(ValueError, match=r"shape \(1000, 3\), not \(frames, 2\)"):
         vorl.process(np.zeros((1000, 3), np.int16))
-    with pytest.raises(ValueError, match="int16"):
+    with pytest.raises(ValueError, match=r"shape \(2, 1000\).*pass audio.T"):
+        vorl.detect(audio.T)
+    with pytest.raises(ValueError, match=r"int16, not float32 \(from floats in \[-1, 1\]: np.clip"):
         vorl.process(audio.astype(np.float32))
+    ramp = np.arange(-4000, 4000, dtype=np.int16).repeat(2).reshape(-1, 2)
+    assert (vorl.process(ramp.astype(">i2")) == vorl.process(ramp)).all()  # int16 in either byte order
+    with pytest.raises(TypeError, match=r"got str \(read_table\(path\) reads a table file\)"):
+        vorl.process(audio, table="camera.tbl")
+    assert vorl.check_table(bytearray(vorl.default_table())) == []  # any bytes-like table
     with pytest.raises(ValueError, match="drive block 1"):
         vorl.process(audio, [[0, 0, 0], [3, 0, 0]])
     with pytest.raises(ValueError, match="drive block 1 holds 1.5, not a whole number"):

@@ -53,10 +53,7 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     256 * (b + 1).
 
     Warns (InputWarning) of what the tool warns of in its input."""
-    audio = np.asarray(audio)
-    if audio.dtype != np.int16:
-        raise Error("audio must be int16 (convert with care: the library works on 16-bit samples)")
-    out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains, force)
+    out, gain, problems = _vorl.process(_samples(audio), drive, table, pulse, dc_cut, strength, prime, gains, force)
     # Likely another take's drive state. Rows for the blocks that flush the
     # delay at the end are used, as the tool's ranges give them.
     blocks, rows = -(-len(audio) // BLOCK_FRAMES), 0 if drive is None else len(drive)
@@ -67,6 +64,17 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     for problem in problems:
         warnings.warn(problem, InputWarning, stacklevel=2)
     return (out, gain) if gains else out
+
+
+def _samples(audio):
+    """`audio` as native int16: the library works on 16-bit samples, and
+    rounding other types is the caller's choice, not ours to make quietly."""
+    audio = np.asarray(audio)
+    if audio.dtype.kind != "i" or audio.dtype.itemsize != 2:
+        hint = " (from floats in [-1, 1]: np.clip(np.round(x * 32768), -32768, 32767).astype(np.int16))" \
+            if audio.dtype.kind == "f" else ""
+        raise Error(f"audio must be int16, not {audio.dtype}{hint}")
+    return audio.astype(np.int16, copy=False)  # int16 of either byte order
 
 
 def read_audio(path):
@@ -163,10 +171,7 @@ def detect(audio, table=None):
     channel-difference detector over the whole take, short motor runs marked
     as autofocus. A `table` with distinct "WT"/"TW" templates tells the
     zoom direction; without one every zoom drive is 1."""
-    audio = np.asarray(audio)
-    if audio.dtype != np.int16:
-        raise Error("audio must be int16")
-    return _vorl.detect(audio, table)
+    return _vorl.detect(_samples(audio), table)
 
 
 def fit(audio, drive, base=None, quick=False, rate=48000):
@@ -176,7 +181,4 @@ def fit(audio, drive, base=None, quick=False, rate=48000):
     `base` the table bytes to start from (default: the built-in table);
     quick=True skips the held-out search. Returns (table bytes, report
     text). Raises Error for a take the fitter cannot use."""
-    audio = np.asarray(audio)
-    if audio.dtype != np.int16:
-        raise Error("audio must be int16")
-    return _vorl.fit_table(audio, drive, base, quick, rate)
+    return _vorl.fit_table(_samples(audio), drive, base, quick, rate)
