@@ -74,7 +74,18 @@ TEST(DriveSchedule, DriveFileLinesAreBlocksAndErrorsNameTheLine) {
     EXPECT_EQ(s.at(2, 48000).af, 7u);
     EXPECT_FALSE(s.at(3, 48000).driven());  // past the end: idle
 
-    for (const char *bad : {"3 0 0", "1 0 2", "1 0", "1 0 0 0", "x 0 0", "-1 0 0", "1 0 4294967296"}) {
+    // A spreadsheet's export: a header, tabs, commas, semicolons and notes.
+    std::ofstream(path) << "Zoom,AF,Wind\n0,0,0\n1\t0\t1  # zoom-in starts\n2;7;0\n";
+    const DriveSchedule exported = DriveSchedule::from_file(path);
+    ASSERT_EQ(exported.file_blocks(), 3u);
+    for (int64_t b = 0; b < 3; ++b) {
+        EXPECT_EQ(exported.at(b, 48000).zoom, s.at(b, 48000).zoom);
+        EXPECT_EQ(exported.at(b, 48000).af, s.at(b, 48000).af);
+        EXPECT_EQ(exported.at(b, 48000).wind, s.at(b, 48000).wind);
+    }
+
+    for (const char *bad : {"3 0 0", "1 0 2", "1 0", "1 0 0 0", "x 0 0", "-1 0 0", "1 0 4294967296", "1,,0",
+                            "zoom af wind", "1 0 0 wind"}) {
         std::ofstream(path) << "0 0 0\n" << bad << "\n";
         try {
             DriveSchedule::from_file(path);

@@ -1,5 +1,7 @@
 #include "drive_schedule.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -76,6 +78,14 @@ bool parse_word(std::istringstream &in, uint64_t &out) {
     return errno == 0 && *end == '\0' && tok[0] != '-' && out <= UINT32_MAX;
 }
 
+// A spreadsheet's column names, "zoom af wind" in any case.
+bool is_header(std::string words) {
+    std::transform(words.begin(), words.end(), words.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::istringstream in(words);
+    std::string zoom, af, wind, extra;
+    return in >> zoom >> af >> wind && zoom == "zoom" && af == "af" && wind == "wind" && !(in >> extra);
+}
+
 }  // namespace
 
 std::vector<TimeRange> parse_ranges(const std::string &value, const std::string &option) {
@@ -107,9 +117,13 @@ DriveSchedule DriveSchedule::from_file(const std::string &path) {
     s.file_ = cli::input_name(path);
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
-        const auto first = line.find_first_not_of(" \t\r");
-        if (first == std::string::npos || line[first] == '#') continue;
-        std::istringstream fields(line);
+        // Words may be followed by a note ("# zoom starts") and separated by
+        // commas or semicolons as a spreadsheet exports them.
+        std::string words = line.substr(0, line.find('#'));
+        std::replace_if(words.begin(), words.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
+        if (words.find_first_not_of(" \t\r") == std::string::npos) continue;
+        if (s.by_block_.empty() && is_header(words)) continue;
+        std::istringstream fields(words);
         uint64_t zoom, af, wind;
         std::string extra;
         const std::string where = s.file_ + ":" + std::to_string(number) + ": ";

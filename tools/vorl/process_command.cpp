@@ -87,8 +87,9 @@ detected from the recording itself, see "Drive detection" below):
                         zoom  0 idle, 1 zoom-in ("WT"), 2 zoom-out ("TW")
                         af    autofocus drive, 0 idle, non-zero driving
                         wind  1 while wind is present, else 0
-                      Empty lines and lines starting with # are skipped;
-                      blocks past the last line are idle.
+                      Words may be separated by spaces, tabs or commas;
+                      # starts a note, a first line "zoom,af,wind" is a
+                      header; blocks past the last line are idle.
   --zoom-in RANGES    zoom-in drive, e.g. --zoom-in 1.5-3.2,8-9.25
   --zoom-out RANGES   zoom-out drive
   --af RANGES         autofocus drive
