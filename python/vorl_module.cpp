@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -221,6 +222,27 @@ std::pair<Words, std::vector<std::string>> drive_for_recording(const py::object 
             schedule.mismatches(vorl::frames_at_rate(frames, rate, engine_rate), engine_rate, audio, rate)};
 }
 
+// The words of the tool's drive ranges ({"zoom-in": "1.5-3.2,8-9", ...})
+// for each block of a recording called `audio`, of `frames` frames at
+// `rate` Hz, and the ranges that reach past its end, in vorl process's
+// words. Malformed or overlapping ranges raise Error.
+std::pair<Words, std::vector<std::string>> drive_from_range_options(const std::map<std::string, std::string> &ranges,
+                                                                    int64_t frames, int rate,
+                                                                    const std::string &audio) {
+    vorl::DriveSchedule schedule;
+    for (const auto &[option, value] : ranges) {
+        if (option == "zoom-in") schedule.add_zoom_in(value, option);
+        else if (option == "zoom-out") schedule.add_zoom_out(value, option);
+        else if (option == "af") schedule.add_af(value, option);
+        else if (option == "wind") schedule.add_wind(value, option);
+        else throw py::value_error("no drive option --" + option);
+    }
+    schedule.check_conflicts();
+    std::vector<vorl::DriveWords> words(static_cast<std::size_t>((frames + kBlock - 1) / kBlock));
+    for (std::size_t b = 0; b < words.size(); ++b) words[b] = schedule.at(static_cast<int64_t>(b), rate);
+    return {array_of(words), schedule.mismatches(frames, rate, audio)};
+}
+
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says
 // it), or "" when it is or no lag stands out.
 std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const std::string &name,
@@ -324,6 +346,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("misalignment", &misalignment);
     m.def("channel_fault", &channel_fault);
     m.def("drive_for_recording", &drive_for_recording);
+    m.def("drive_from_range_options", &drive_from_range_options);
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

@@ -142,3 +142,24 @@ def test_report_at_another_rate_reads_the_drive_file_as_process_does(demo, tmp_p
     done = run_tool("report", tmp_path / "noisy44.wav", "--drive", tmp_path / "short.txt", "--no-resample",
                     tmp_path / "report")
     assert "block lines" not in done.stderr and "44100 Hz;" not in done.stderr
+
+
+def test_report_takes_drive_ranges_as_process_does(demo, tmp_path):
+    noisy, _ = vorl.read_audio(demo / "noisy.wav")
+    write_wav(tmp_path / "noisy.wav", noisy[:48000 * 5])
+    drive = vorl.drive_from_ranges(48000 * 5, 48000, zoom_in=[(2, 4)], wind=[(0.5, 1.5)])
+    (tmp_path / "drive.txt").write_text("".join(f"{z} {a} {w}\n" for z, a, w in drive))
+    run_tool("report", tmp_path / "noisy.wav", "--drive", tmp_path / "drive.txt", tmp_path / "from-file")
+    done = run_tool("report", tmp_path / "noisy.wav", "--zoom-in", "0:02-0:04", "--wind", "0.5-1.5",
+                    "--zoom-out", "4.5-6", tmp_path / "from-ranges")
+    assert "--zoom-out 4.5-6 reaches past the end of" in done.stderr
+    assert (tmp_path / "from-file" / "gain.png").read_bytes() != (tmp_path / "from-ranges" / "gain.png").read_bytes()
+    run_tool("report", tmp_path / "noisy.wav", "--zoom-in", "0:02-0:04", "--wind", "0.5-1.5", tmp_path / "from-ranges")
+    for name in ("spectrograms", "removed", "gain"):
+        assert (tmp_path / "from-file" / f"{name}.png").read_bytes() == \
+            (tmp_path / "from-ranges" / f"{name}.png").read_bytes(), name
+    for bad in (["--zoom-in", "2-4", "--drive", tmp_path / "drive.txt"], ["--zoom-in", "2-4", "--zoom-out", "3-5"],
+                ["--af", "1:60-2"]):
+        with pytest.raises(subprocess.CalledProcessError) as failed:
+            run_tool("report", tmp_path / "noisy.wav", *bad, tmp_path / "bad")
+        assert failed.value.returncode == 1 and "usage: vorl report" in failed.value.stderr

@@ -1,7 +1,7 @@
 """Report pictures for a tuning engineer: what the noise reducer did to a
 recording and what the table holds, as PNG files.
 
-    python3 -m vorl.report IN [--processed OUT] [--drive FILE] [--table T] DIR
+    python3 -m vorl.report IN [--processed OUT] [--drive FILE | --zoom-in R ...] [--table T] DIR
     (or: vorl report ...)
 
 Writes into DIR:
@@ -258,8 +258,10 @@ def plot_table(plt, table, rate, path, title):
     save(plt, fig, path)
 
 
-def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None, no_resample=False):
-    """Writes the four pictures; returns their paths."""
+def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None, no_resample=False,
+                ranges=None):
+    """Writes the four pictures; returns their paths. `ranges`: the drive
+    as the tool's range options, {"zoom-in": "1.5-3.2,8-9", "af": ...}."""
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
     for picture in paths.values():
         for given in (noisy_path, processed_path, drive_path, table_path):
@@ -271,16 +273,20 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
         raise vorl.Error(f"{noisy_path}: holds no audio samples")
     table = vorl.read_table(table_path) if table_path else None
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
-    # Without a drive file the drives are detected, as vorl process does.
-    drive = vorl.read_drive(drive_path) if drive_path else vorl.detect(noisy, table)
     # A drive file counts the blocks vorl process runs the engine on: at
-    # 48 kHz for a recording it resamples.
+    # 48 kHz for a recording it resamples. Ranges are times. Without
+    # either the drives are detected, as vorl process does.
     engine_rate = rate if no_resample else RATE_TUNED
+    problems = []
     if drive_path:
-        drive, problems = _vorl.drive_for_recording(drive, str(drive_path), len(noisy), rate, str(noisy_path),
-                                                    engine_rate)
-        for problem in problems:
-            print(f"vorl: warning: {problem}", file=sys.stderr)
+        drive, problems = _vorl.drive_for_recording(vorl.read_drive(drive_path), str(drive_path), len(noisy), rate,
+                                                    str(noisy_path), engine_rate)
+    elif ranges:
+        drive, problems = _vorl.drive_from_range_options(ranges, len(noisy), rate, str(noisy_path))
+    else:
+        drive = vorl.detect(noisy, table)
+    for problem in problems:
+        print(f"vorl: warning: {problem}", file=sys.stderr)
     if rate != engine_rate:
         what = "the gains are drawn from a run" if processed_path else "processed here"
         print(f"vorl: warning: {noisy_path}: {rate} Hz; {what} at that rate with a table tuned for {RATE_TUNED} Hz, "
@@ -313,7 +319,7 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     words = np.zeros((blocks, 3), dtype=np.int64)
     rows = min(blocks, len(drive))
     words[:rows] = drive[:rows]
-    spans = drive_spans(words, rate, "drive" if drive_path else "drive (detected)")
+    spans = drive_spans(words, rate, "drive" if drive_path or ranges else "drive (detected)")
 
     os.makedirs(out_dir, exist_ok=True)
     table_name = f"table {os.path.basename(table_path)}" if table_path else "built-in table"
@@ -345,12 +351,24 @@ def main(argv=None):
                         help="the time-aligned output of vorl process (default: processed here)")
     parser.add_argument("--drive", metavar="FILE",
                         help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
+    for option, what in (("zoom-in", "zoom-in drive"), ("zoom-out", "zoom-out drive"), ("af", "autofocus drive"),
+                         ("wind", "wind present")):
+        parser.add_argument(f"--{option}", metavar="RANGES", action="append",
+                            help=f"{what}, as for vorl process: e.g. 1.5-3.2,8-9.25 or 1:02.5-1:04")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
     parser.add_argument("--no-resample", action="store_true",
                         help="for IN at another rate than 48000 Hz: as vorl process --no-resample (the drive file "
                              "counts IN's own blocks); by default the drive file counts the 48 kHz blocks vorl "
                              "process resamples IN to, and the report says that it runs at IN's rate")
     args = parser.parse_args(argv)
+    args.ranges = {option: ",".join(values) for option in ("zoom-in", "zoom-out", "af", "wind")
+                   if (values := getattr(args, option.replace("-", "_")))}
+    if args.ranges and args.drive:
+        parser.error("--drive cannot be combined with --zoom-in/--zoom-out/--af/--wind")
+    try:  # malformed or overlapping ranges are usage errors, as in vorl process
+        _vorl.drive_from_range_options(args.ranges, 0, RATE_TUNED, "")
+    except vorl.Error as e:
+        parser.error(str(e))
     with warnings.catch_warnings():
         shown = warnings.showwarning
 
@@ -366,7 +384,8 @@ def main(argv=None):
 
 def _run(args):
     try:
-        paths = make_report(args.input, args.dir, args.processed, args.drive, args.table, args.no_resample)
+        paths = make_report(args.input, args.dir, args.processed, args.drive, args.table, args.no_resample,
+                            args.ranges)
     except (vorl.Error, OSError) as e:
         print(f"vorl: {e}", file=sys.stderr)
         return 2
