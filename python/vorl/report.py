@@ -45,16 +45,24 @@ def _pyplot():
     return plt
 
 
-def spectrogram_db(audio):
-    """Power spectrogram of the two channels' mean, dB re full scale, shape
-    (bins, columns); the columns are evenly spaced over the recording."""
-    x = audio.astype(np.float64).mean(axis=1) / 32768.0
-    hop = HOP * max(1, -(-len(x) // (HOP * MAX_COLUMNS)))
-    x = np.concatenate([x, np.zeros(FFT)])
-    count = max(1, (len(x) - FFT) // hop + 1)
+def spectrogram_db(audio, minus=None):
+    """Power spectrogram of the two channels' mean (of audio − minus, when
+    given), dB re full scale, shape (bins, columns); the columns are evenly
+    spaced over the recording. Only the frames drawn are read, so a long
+    recording costs no copies of itself."""
+    hop = HOP * max(1, -(-len(audio) // (HOP * MAX_COLUMNS)))
+    starts = np.arange(len(audio) // hop + 1) * hop
+    at = starts[:, None] + np.arange(FFT)
+    inside = at < len(audio)  # past the end: zeros
+
+    def mean_of(samples):
+        x = np.zeros(at.shape)
+        x[inside] = samples[at[inside]].astype(np.float64).mean(axis=1) / 32768.0
+        return x
+
+    x = mean_of(audio) if minus is None else mean_of(audio) - mean_of(minus)
     window = np.hanning(FFT)
-    frames = np.lib.stride_tricks.sliding_window_view(x, FFT)[::hop][:count] * window
-    power = np.abs(np.fft.rfft(frames, axis=1)) ** 2 / (window.sum() ** 2 / 4)
+    power = np.abs(np.fft.rfft(x * window, axis=1)) ** 2 / (window.sum() ** 2 / 4)
     return 10 * np.log10(np.maximum(power.T, 10 ** (FLOOR_DB / 10)))
 
 
@@ -115,16 +123,26 @@ def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
     save(plt, fig, path)
 
 
-def block_level_db(audio, blocks):
-    x = audio.astype(np.float64) / 32768.0
-    x = np.concatenate([x, np.zeros((blocks * vorl.BLOCK_FRAMES - len(x), 2))])
-    power = (x.reshape(blocks, vorl.BLOCK_FRAMES, 2) ** 2).mean(axis=(1, 2))
+def block_level_db(audio, blocks, minus=None):
+    """Level per block in dBFS (of audio − minus, clipped to 16 bits, when
+    given), a stretch of blocks at a time so a long recording costs no
+    copies of itself."""
+    power = np.empty(blocks)
+    step = 4096
+    for first in range(0, blocks, step):
+        span = slice(first * vorl.BLOCK_FRAMES, (first + step) * vorl.BLOCK_FRAMES)
+        part = audio[span].astype(np.int32)
+        if minus is not None:
+            part = (part - minus[span]).clip(-32768, 32767)
+        n = min(step, blocks - first)
+        x = np.zeros((n * vorl.BLOCK_FRAMES, 2))
+        x[:len(part)] = part / 32768.0
+        power[first:first + n] = (x.reshape(n, vorl.BLOCK_FRAMES, 2) ** 2).mean(axis=(1, 2))
     return 10 * np.log10(np.maximum(power, 1e-12))
 
 
 def plot_removed(plt, noisy, processed, spans, rate, path):
-    removed = noisy.astype(np.int32) - processed.astype(np.int32)
-    spec = spectrogram_db(removed)
+    spec = spectrogram_db(noisy, minus=processed)
     seconds = len(noisy) / rate
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
     t = np.arange(blocks) * vorl.BLOCK_FRAMES / rate
@@ -138,7 +156,7 @@ def plot_removed(plt, noisy, processed, spans, rate, path):
     fig.colorbar(im, ax=axes[0], label="power (dB re full scale)")
     for level, name, style in ((block_level_db(noisy, blocks), "input", "tab:orange"),
                                (block_level_db(processed, blocks), "output (covers the input where\nnothing was removed)", "tab:purple"),
-                               (block_level_db(removed.clip(-32768, 32767), blocks), "removed", "black")):
+                               (block_level_db(noisy, blocks, minus=processed), "removed", "black")):
         axes[1].plot(t, level, color=style, lw=1, label=name)
     axes[1].set_ylim(-90, 0)
     axes[1].set_ylabel("level per block (dBFS)")
@@ -178,7 +196,8 @@ def plot_gain(plt, gains, drive, spans, rate, path):
               for column, value, label, colour in DRIVES]
     for label, colour, chosen in kinds:
         if chosen.any():
-            mean = 20 * np.log10(np.maximum(gains[chosen].mean(axis=(0, 1)), 1e-5))
+            average = gains.mean(axis=(0, 1), where=chosen[:, None, None], dtype=np.float64)  # no copy of the gains
+            mean = 20 * np.log10(np.maximum(average, 1e-5))
             axes[1].plot(freq, mean, color=colour, lw=1.2, label=f"{label} ({chosen.sum()} blocks)")
     axes[1].set_title("average gain by drive")
     axes[1].set_xlabel("frequency (kHz)")
