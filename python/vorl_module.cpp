@@ -347,6 +347,11 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("channel_fault", &channel_fault);
     m.def("drive_for_recording", &drive_for_recording);
     m.def("drive_from_range_options", &drive_from_range_options);
+    m.def("parse_ranges", [](const std::string &value, const std::string &option) {
+        std::vector<std::pair<double, double>> out;
+        for (const auto &r : vorl::parse_ranges(value, option)) out.emplace_back(r.start, r.end);
+        return out;
+    });
     m.def("fit_table", &fit_table, py::arg("audio"), py::arg("drive"), py::arg("base") = py::none(),
           py::arg("quick") = false, py::arg("rate") = 48000);
     m.def("detect", &detect, py::arg("audio"), py::arg("table") = py::none());

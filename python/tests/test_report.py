@@ -41,6 +41,15 @@ def test_vorl_report_draws_every_picture(demo, tmp_path):
         assert width >= 1000 and height >= 500
 
 
+def test_a_section_is_drawn_in_whole_blocks_within_the_recording():
+    from vorl.report import section_blocks
+    assert section_blocks((1.0, 2.0), 480000, 48000, "a.wav") == (187, 375)  # blocks starting 0.997 .. 1.995 s
+    assert section_blocks((9.0, 12.0), 480000, 48000, "a.wav") == (1687, 1875)  # cut at the end
+    assert section_blocks((0.0, 0.001), 480000, 48000, "a.wav") == (0, 1)
+    with pytest.raises(vorl.Error, match=r"--section 10-11 lies past the end of a.wav \(10.00 s\)"):
+        section_blocks((10.0, 11.0), 480000, 48000, "a.wav")
+
+
 def test_report_curves_follow_the_running_sums():
     from vorl.report import table_curves
     fields = vorl.table_to_dict(vorl.default_table())
@@ -144,7 +153,7 @@ def test_report_at_another_rate_reads_the_drive_file_as_process_does(demo, tmp_p
     assert "block lines" not in done.stderr and "44100 Hz;" not in done.stderr
 
 
-def test_report_takes_drive_ranges_as_process_does(demo, tmp_path):
+def test_report_takes_drive_ranges_as_process_does_and_draws_a_section(demo, tmp_path):
     noisy, _ = vorl.read_audio(demo / "noisy.wav")
     write_wav(tmp_path / "noisy.wav", noisy[:48000 * 5])
     drive = vorl.drive_from_ranges(48000 * 5, 48000, zoom_in=[(2, 4)], wind=[(0.5, 1.5)])
@@ -158,8 +167,11 @@ def test_report_takes_drive_ranges_as_process_does(demo, tmp_path):
     for name in ("spectrograms", "removed", "gain"):
         assert (tmp_path / "from-file" / f"{name}.png").read_bytes() == \
             (tmp_path / "from-ranges" / f"{name}.png").read_bytes(), name
+    done = run_tool("report", tmp_path / "noisy.wav", "--zoom-in", "2-4", "--section", "0:01.5-6", tmp_path / "part")
+    assert "--section 1.5-6 reaches past the end of" in done.stderr
+    assert "lies past the end" in refused(tmp_path / "noisy.wav", "--section", "5-6", tmp_path / "part")
     for bad in (["--zoom-in", "2-4", "--drive", tmp_path / "drive.txt"], ["--zoom-in", "2-4", "--zoom-out", "3-5"],
-                ["--af", "1:60-2"]):
+                ["--af", "1:60-2"], ["--section", "1-2,3-4"]):
         with pytest.raises(subprocess.CalledProcessError) as failed:
             run_tool("report", tmp_path / "noisy.wav", *bad, tmp_path / "bad")
         assert failed.value.returncode == 1 and "usage: vorl report" in failed.value.stderr

@@ -75,13 +75,14 @@ class DriveSpans(list):
         self.title = title
 
 
-def drive_spans(drive, rate, title="drive"):
+def drive_spans(drive, rate, title="drive", start=0.0):
+    """The runs of `drive` (words per block from the time `start`)."""
     spans = DriveSpans(title)
     seconds = vorl.BLOCK_FRAMES / rate
     for column, value, label, colour in DRIVES:
         on = drive[:, column] != 0 if value is None else drive[:, column] == value
         edges = np.flatnonzero(np.diff(np.concatenate([[0], on.astype(int), [0]])))
-        runs = [(a * seconds, b * seconds) for a, b in zip(edges[::2], edges[1::2])]
+        runs = [(start + a * seconds, start + b * seconds) for a, b in zip(edges[::2], edges[1::2])]
         if runs:
             spans.append((label, colour, runs))
     return spans
@@ -99,9 +100,10 @@ def mark_drives(ax, spans, legend=True):
         ax.legend(loc="upper right", fontsize=8, framealpha=0.85, title=spans.title, title_fontsize=8)
 
 
-def image(ax, values, seconds, top_khz, vmin, vmax, cmap="magma"):
+def image(ax, values, times, top_khz, vmin, vmax, cmap="magma"):
+    """`values` (bins, columns) over the times (first, last) in seconds."""
     return ax.imshow(values, origin="lower", aspect="auto", cmap=cmap, vmin=vmin, vmax=vmax,
-                     extent=(0, seconds, 0, top_khz), interpolation="nearest")
+                     extent=(*times, 0, top_khz), interpolation="nearest")
 
 
 def save(plt, fig, path):
@@ -109,12 +111,12 @@ def save(plt, fig, path):
     plt.close(fig)
 
 
-def plot_spectrograms(plt, before, after, spans, seconds, rate, path, titles):
+def plot_spectrograms(plt, before, after, spans, times, rate, path, titles):
     top = rate / 2000
     vmax = np.ceil(max(before.max(), after.max()) / 10) * 10
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, sharey=True, constrained_layout=True)
     for ax, values, title in ((axes[0], before, titles[0]), (axes[1], after, titles[1])):
-        im = image(ax, values, seconds, top, vmax - 90, vmax)
+        im = image(ax, values, times, top, vmax - 90, vmax)
         ax.set_title(title)
         ax.set_ylabel("frequency (kHz)")
         mark_drives(ax, spans, legend=ax is axes[0])
@@ -141,15 +143,15 @@ def block_level_db(audio, blocks, minus=None):
     return 10 * np.log10(np.maximum(power, 1e-12))
 
 
-def plot_removed(plt, noisy, processed, spans, rate, path):
+def plot_removed(plt, noisy, processed, spans, rate, path, start=0.0):
     spec = spectrogram_db(noisy, minus=processed)
-    seconds = len(noisy) / rate
     blocks = -(-len(noisy) // vorl.BLOCK_FRAMES)
-    t = np.arange(blocks) * vorl.BLOCK_FRAMES / rate
+    t = start + np.arange(blocks) * vorl.BLOCK_FRAMES / rate
     fig, axes = plt.subplots(2, 1, figsize=(13, 8), sharex=True, constrained_layout=True,
                              gridspec_kw={"height_ratios": [3, 2]})
     vmax = np.ceil(spec.max() / 10) * 10
-    im = image(axes[0], spec, seconds, rate / 2000, max(vmax - 80, FLOOR_DB), vmax)  # black: nothing removed
+    im = image(axes[0], spec, (start, start + len(noisy) / rate), rate / 2000, max(vmax - 80, FLOOR_DB),
+               vmax)  # black: nothing removed
     axes[0].set_title("removed noise (input − output)")
     axes[0].set_ylabel("frequency (kHz)")
     mark_drives(axes[0], spans)
@@ -168,23 +170,24 @@ def plot_removed(plt, noisy, processed, spans, rate, path):
     save(plt, fig, path)
 
 
-def plot_gain(plt, gains, drive, spans, rate, path):
+def plot_gain(plt, gains, drive, spans, rate, path, start=0.0):
     blocks, bins = gains.shape[0], gains.shape[2]
     step = max(1, -(-blocks // MAX_COLUMNS))  # blocks per column
     pooled = gains[: blocks // step * step].reshape(-1, step, 2, bins).mean(axis=(1, 2))
     gain_db = 20 * np.log10(np.maximum(pooled, 1e-5))  # (columns, bins), channels averaged
-    seconds = blocks * vorl.BLOCK_FRAMES / rate
+    block = vorl.BLOCK_FRAMES / rate
     top = bins * rate / 512 / 1000
     fig, axes = plt.subplots(1, 2, figsize=(15, 6), constrained_layout=True,
                              gridspec_kw={"width_ratios": [3, 1.2]})
     # gains[b] belongs to the frame centred on the end of block b.
     im = axes[0].imshow(gain_db.T, origin="lower", aspect="auto", cmap="viridis", vmin=-30, vmax=0,
-                        extent=(vorl.BLOCK_FRAMES / rate, seconds + vorl.BLOCK_FRAMES / rate, 0, top),
+                        extent=(start + block, start + (blocks + 1) * block, 0, top),
                         interpolation="nearest")
     axes[0].set_title("suppression gain per block and frequency (channels averaged)")
     axes[0].set_xlabel("time (s)")
     axes[0].set_ylabel("frequency (kHz)")
     mark_drives(axes[0], spans)
+    axes[0].set_xlim(start + block, start + (blocks + 1) * block)  # the drive bars may start a block earlier
     fig.colorbar(im, ax=axes[0], label="gain (dB)")
 
     freq = np.arange(bins) * rate / 512 / 1000
@@ -278,9 +281,11 @@ def plot_table(plt, table, rate, path, title):
 
 
 def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table_path=None, no_resample=False,
-                ranges=None):
+                ranges=None, section=None):
     """Writes the four pictures; returns their paths. `ranges`: the drive
-    as the tool's range options, {"zoom-in": "1.5-3.2,8-9", "af": ...}."""
+    as the tool's range options, {"zoom-in": "1.5-3.2,8-9", "af": ...}.
+    `section`: (start, end) in seconds, the part of the recording drawn
+    (in whole blocks), after processing all of it as vorl process does."""
     paths = {name: os.path.join(out_dir, name + ".png") for name in ("spectrograms", "removed", "gain", "table")}
     for picture in paths.values():
         for given in (noisy_path, processed_path, drive_path, table_path):
@@ -338,20 +343,42 @@ def make_report(noisy_path, out_dir, processed_path=None, drive_path=None, table
     words = np.zeros((blocks, 3), dtype=np.int64)
     rows = min(blocks, len(drive))
     words[:rows] = drive[:rows]
-    spans = drive_spans(words, rate, "drive" if drive_path or ranges else "drive (detected)")
+    start = 0.0
+    if section:
+        first, end = section_blocks(section, len(noisy), rate, str(noisy_path))
+        frames = slice(first * vorl.BLOCK_FRAMES, end * vorl.BLOCK_FRAMES)
+        noisy, processed, gains, words = noisy[frames], processed[frames], gains[first:end], words[first:end]
+        start = first * vorl.BLOCK_FRAMES / rate
+    spans = drive_spans(words, rate, "drive" if drive_path or ranges else "drive (detected)", start)
 
     os.makedirs(out_dir, exist_ok=True)
     table_name = f"table {os.path.basename(table_path)}" if table_path else "built-in table"
     noisy_name = os.path.basename(str(noisy_path))
     after_title = (f"output: {os.path.basename(str(processed_path))}" if processed_path
                    else f"output: {noisy_name} processed here with the {table_name}")
-    plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans, len(noisy) / rate, rate,
-                      paths["spectrograms"], (f"input: {noisy_name}", after_title))
-    plot_removed(plt, noisy, processed, spans, rate, paths["removed"])
-    plot_gain(plt, gains, words, spans, rate, paths["gain"])
+    plot_spectrograms(plt, spectrogram_db(noisy), spectrogram_db(processed), spans,
+                      (start, start + len(noisy) / rate), rate, paths["spectrograms"],
+                      (f"input: {noisy_name}", after_title))
+    plot_removed(plt, noisy, processed, spans, rate, paths["removed"], start)
+    plot_gain(plt, gains, words, spans, rate, paths["gain"], start)
     plot_table(plt, table or vorl.default_table(), RATE_TUNED, paths["table"],
                f"tuning table: {os.path.basename(table_path) if table_path else 'built-in'}")
     return paths
+
+
+def section_blocks(section, frames, rate, name):
+    """The blocks [first, end) that hold the times `section` of a recording
+    of `frames` frames; one reaching past the end is cut there, with a
+    warning, one wholly past it is refused."""
+    seconds = frames / rate
+    if section[0] >= seconds:
+        raise vorl.Error(f"--section {section[0]:g}-{section[1]:g} lies past the end of {name} ({seconds:.2f} s)")
+    if section[1] > seconds:
+        print(f"vorl: warning: --section {section[0]:g}-{section[1]:g} reaches past the end of {name} "
+              f"({seconds:.2f} s)", file=sys.stderr)
+    first = int(section[0] * rate) // vorl.BLOCK_FRAMES
+    end = -(-min(frames, int(np.ceil(section[1] * rate))) // vorl.BLOCK_FRAMES)
+    return first, max(end, first + 1)
 
 
 class _Parser(argparse.ArgumentParser):
@@ -375,6 +402,9 @@ def main(argv=None):
         parser.add_argument(f"--{option}", metavar="RANGES", action="append",
                             help=f"{what}, as for vorl process: e.g. 1.5-3.2,8-9.25 or 1:02.5-1:04")
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
+    parser.add_argument("--section", metavar="RANGE",
+                        help="draw only this part, e.g. 30:00-30:20 (the whole recording is processed, as vorl "
+                             "process does, so the gains and learning are those of the full run)")
     parser.add_argument("--no-resample", action="store_true",
                         help="for IN at another rate than 48000 Hz: as vorl process --no-resample (the drive file "
                              "counts IN's own blocks); by default the drive file counts the 48 kHz blocks vorl "
@@ -386,8 +416,12 @@ def main(argv=None):
         parser.error("--drive cannot be combined with --zoom-in/--zoom-out/--af/--wind")
     try:  # malformed or overlapping ranges are usage errors, as in vorl process
         _vorl.drive_from_range_options(args.ranges, 0, RATE_TUNED, "")
+        args.section = _vorl.parse_ranges(args.section, "section") if args.section else None
     except vorl.Error as e:
         parser.error(str(e))
+    if args.section and len(args.section) > 1:
+        parser.error("--section takes one range START-END")
+    args.section = args.section[0] if args.section else None
     with warnings.catch_warnings():
         shown = warnings.showwarning
 
@@ -404,7 +438,7 @@ def main(argv=None):
 def _run(args):
     try:
         paths = make_report(args.input, args.dir, args.processed, args.drive, args.table, args.no_resample,
-                            args.ranges)
+                            args.ranges, args.section)
     except (vorl.Error, OSError) as e:
         print(f"vorl: {e}", file=sys.stderr)
         return 2

@@ -53,7 +53,7 @@ int run_report(int argc, char **argv, int first) {
     for (int i = first; i < argc; ++i)
         if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
             std::fputs("usage: vorl report IN [--processed OUT] [--drive FILE | --zoom-in R ...] [--table T]\n"
-                       "                   [--no-resample] DIR\n\n"
+                       "                   [--section RANGE] [--no-resample] DIR\n\n"
                        "Draws report pictures (spectrograms, removed noise, suppression gain, the\n"
                        "table's curves) into DIR. This vorl was built without the Python module\n"
                        "that draws them (pybind11-dev, python3-dev, python3-numpy,\n"
