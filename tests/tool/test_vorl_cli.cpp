@@ -9,6 +9,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -323,6 +324,20 @@ TEST(VorlMeasure, AttenuationBesideTheOracleAndTheEnginesReach) {
     EXPECT_GT(oracle, mono) << m.out;
     EXPECT_GE(mono, reach - 0.05) << m.out;
     EXPECT_EQ(box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--table", "cal.tbl"})).exit_code, 1);
+
+    // For scripts: the same figures as JSON; an infinite one is null.
+    const RunResult js = box.vorl(
+        with_drive({"measure", "clean.wav", "noisy.wav", "out.wav", "--ceiling", "--table", "cal.tbl", "--json"}));
+    ASSERT_EQ(js.exit_code, 0) << js.err;
+    const auto figures = nlohmann::json::parse(js.out);
+    EXPECT_NEAR(figures["during_drives"]["noise_attenuation_db"].get<double>(), atten, 0.005) << js.out;
+    EXPECT_NEAR(figures["during_drives"]["engines_reach_db"].get<double>(), reach, 0.005) << js.out;
+    EXPECT_NEAR(figures["during_drives"]["seconds"].get<double>(), 6.0, 0.01) << js.out;
+    EXPECT_NEAR(figures["outside_drives"]["level_change_db"].get<double>(), figure(m.out, "level change:"), 0.005)
+        << js.out;
+    const auto perfect =
+        nlohmann::json::parse(box.vorl(with_drive({"measure", "clean.wav", "noisy.wav", "clean.wav", "--json"})).out);
+    EXPECT_TRUE(perfect["during_drives"]["noise_attenuation_db"].is_null()) << perfect;
 
     // At 44.1 kHz a drive file counts the 48 kHz blocks that process
     // resamples to (its --drive-out writes those): measure reads it so,

@@ -4,7 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <utility>
+#include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "cli.h"
 #include "commands.h"
@@ -22,7 +25,7 @@ namespace {
 constexpr int kBlock = 256;
 
 const char kHelp[] = R"(usage: vorl measure CLEAN NOISY PROCESSED (--drive FILE | ranges)
-                    [--align] [--ceiling [--table FILE]] [--no-resample]
+                    [--align] [--ceiling [--table FILE]] [--no-resample] [--json]
 
 Compares a processed recording with the recording it came from (NOISY) and
 with the same scene without drive noise (CLEAN). The three files must be
@@ -72,7 +75,13 @@ Figures, summed over both channels and all samples of the blocks concerned:
                 latency, or of "vorl process --raw") and measure over the
                 whole blocks that all three share; lengths may then differ
 
-The figures go to standard output, one per line.
+  --json        the figures as one JSON object for scripts, e.g.
+                {"during_drives": {"blocks": 638, "seconds": 3.4,
+                 "noise_attenuation_db": 12.9, ...}, "outside_drives":
+                {..., "level_change_db": 0.0, "difference_energy_db": ...}};
+                a figure that is infinite (nothing left to compare) is null
+
+The figures go to standard output, one per line (or as JSON).
 Exit status: 0 success, 1 usage error, 2 input error.
 )";
 
@@ -142,11 +151,63 @@ void check_channels(const Span &span, const std::vector<std::string> &names) {
             cli::input_error(fault + ": the figures compare the recordings channel by channel");
 }
 
+// The figures measured, by group ("during drives", ...), each in dB, for
+// a reader or for a script.
+struct Figures {
+    struct Group {
+        std::string name;
+        int64_t blocks;
+        double seconds;
+        std::vector<std::pair<std::string, double>> values;
+    };
+    std::vector<Group> groups;
+
+    void add(std::string name, int64_t blocks, double block_s, std::vector<std::pair<std::string, double>> values) {
+        groups.push_back({std::move(name), blocks, blocks * block_s, std::move(values)});
+    }
+
+    std::string text() const {
+        std::string out;
+        char line[96];
+        for (const Group &g : groups) {
+            std::snprintf(line, sizeof line, "%s: %lld blocks (%.2f s)\n", g.name.c_str(),
+                          static_cast<long long>(g.blocks), g.seconds);
+            out += line;
+            for (const auto &[name, db] : g.values) {
+                std::snprintf(line, sizeof line, "  %-19s %6.2f dB\n", (name + ":").c_str(), db);
+                out += line;
+            }
+        }
+        return out;
+    }
+
+    // {"during_drives": {"blocks": 638, "seconds": 3.40, "noise_attenuation_db": 12.9, ...}, ...};
+    // an infinite figure (nothing left, or nothing to compare) is null.
+    std::string json() const {
+        auto key = [](std::string name) {
+            name.erase(std::remove(name.begin(), name.end(), '\''), name.end());
+            std::replace_if(name.begin(), name.end(), [](char c) { return c == ' ' || c == ','; }, '_');
+            name.erase(std::unique(name.begin(), name.end(), [](char a, char b) { return a == '_' && b == '_'; }),
+                       name.end());
+            return name;
+        };
+        nlohmann::ordered_json out = nlohmann::ordered_json::object();
+        for (const Group &g : groups) {
+            nlohmann::ordered_json &group = out[key(g.name)];
+            group["blocks"] = g.blocks;
+            group["seconds"] = g.seconds;
+            for (const auto &[name, db] : g.values)
+                group[key(name) + "_db"] = std::isfinite(db) ? nlohmann::ordered_json(db) : nlohmann::ordered_json();
+        }
+        return out.dump(2) + "\n";
+    }
+};
+
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
     const cli::ParsedArgs args = cli::parse_args(
-        argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}, {"no-resample"}}), "measure");
+        argc, argv, first, with_drive_options({{"ceiling"}, {"table", true}, {"align"}, {"no-resample"}, {"json"}}), "measure");
     if (args.help) {
         std::fputs(kHelp, stdout);
         return cli::kExitOk;
@@ -190,8 +251,8 @@ int run_measure(int argc, char **argv, int first) {
         cli::warn(cli::input_name(args.positional[1]) + " equals " + cli::input_name(args.positional[0]) +
                   " during the drives: there is no drive noise to measure (is NOISY the recording before removal?)");
     const double block_s = kBlock / static_cast<double>(rates[0]);
-    std::printf("during drives: %lld blocks (%.2f s)\n", static_cast<long long>(drives.blocks), drives.blocks * block_s);
-    std::printf("  noise attenuation:  %6.2f dB\n", drives.attenuation_db());
+    Figures figures;
+    figures.add("during drives", drives.blocks, block_s, {{"noise attenuation", drives.attenuation_db()}});
     if (args.has("ceiling")) {
         const float floor =
             (args.has("table") ? read_table(args.value("table")) : default_table()).st_vorl.nr_floor_coef;
@@ -200,18 +261,17 @@ int run_measure(int argc, char **argv, int first) {
         auto reach = [&](ContentDifference content) {
             return difference_model_reach(clean, noisy, frames, words, floor, content).drives.attenuation_db();
         };
-        std::printf("  oracle:             %6.2f dB\n", oracle);
-        std::printf("  engine's reach:     %6.2f dB\n", reach(ContentDifference::heard));
-        std::printf("  reach, scene mono:  %6.2f dB\n", reach(ContentDifference::ignored));
+        figures.groups.back().values.insert(figures.groups.back().values.end(),
+                                            {{"oracle", oracle},
+                                             {"engine's reach", reach(ContentDifference::heard)},
+                                             {"reach, scene mono", reach(ContentDifference::ignored)}});
     }
-    std::printf("outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(outside.blocks), outside.blocks * block_s);
-    std::printf("  level change:       %6.2f dB\n", outside.level_change_db());
-    std::printf("  difference energy:  %6.2f dB\n", outside.difference_db());
-    if (wind.blocks > 0) {
-        std::printf("during wind outside drives: %lld blocks (%.2f s)\n", static_cast<long long>(wind.blocks),
-                    wind.blocks * block_s);
-        std::printf("  noise attenuation:  %6.2f dB\n", wind.attenuation_db());
-    }
+    figures.add("outside drives", outside.blocks, block_s,
+                {{"level change", outside.level_change_db()}, {"difference energy", outside.difference_db()}});
+    if (wind.blocks > 0)
+        figures.add("during wind outside drives", wind.blocks, block_s, {{"noise attenuation", wind.attenuation_db()}});
+    const std::string text = args.has("json") ? figures.json() : figures.text();
+    std::fputs(text.c_str(), stdout);
     return cli::kExitOk;
 }
 
