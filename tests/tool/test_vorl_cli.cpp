@@ -677,7 +677,10 @@ TEST(VorlOutputs, ReplacingNeedsYesKeepsModeWritesThroughLinksAndKilledRunsLeave
     EXPECT_EQ(box.vorl({"table", "new", "in.wav"}).exit_code, 1);
     // A folder (or device) is never replaced by a file, even with -y.
     ASSERT_EQ(mkdir(box.path("dir.wav").c_str(), 0755), 0);
-    EXPECT_EQ(box.vorl({"process", "in.wav", "dir.wav", "-y"}).exit_code, 1);
+    const RunResult into_folder = box.vorl({"process", "in.wav", "dir.wav", "-y"});
+    EXPECT_EQ(into_folder.exit_code, 1);
+    EXPECT_TRUE(contains(into_folder.err, "dir.wav: is a folder; name the file to write in it (dir.wav/NAME)"))
+        << into_folder.err;
     EXPECT_EQ(box.files(), (std::vector<std::string>{"dir.wav", "in.wav", "out.wav"}));
 
     chmod(box.path("out.wav").c_str(), 0640);
@@ -975,6 +978,10 @@ TEST(VorlProcess, VideoGetsNewSoundAndKeepsEverythingElse) {
         const RunResult r = box.vorl({"process", "clip.mp4", out, "--zoom-in", "0.8-1.2"});
         ASSERT_EQ(r.exit_code, 0) << r.err;
     }
+    // A video output is the input video with new sound: from a sound file there is none to take.
+    const RunResult no_video = box.vorl({"process", "ref.flac", "sound.m4a"});
+    EXPECT_EQ(no_video.exit_code, 1);
+    EXPECT_TRUE(contains(no_video.err, "sound.m4a: an MP4, MOV or Matroska output is the input video")) << no_video.err;
     const ContainerRecord a = inspect(box.path("clip.mp4")), b = inspect(box.path("out.mp4"));
     ASSERT_EQ(b.streams.size(), 2u);
     EXPECT_EQ(b.tags.at("title"), "Take 7");

@@ -218,6 +218,9 @@ void check_replace(const std::string &path, Replace policy) {
     struct stat st;
     if (path == "-" || stat(path.c_str(), &st) != 0) return;
     // A device or folder is never replaced by a file, whatever -y says.
+    if (S_ISDIR(st.st_mode))
+        cli::usage_error(path + ": is a folder; name the file to write in it (" +
+                         (path.back() == '/' ? path : path + "/") + "NAME)");
     if (!S_ISREG(st.st_mode))
         cli::usage_error(path + ": exists and is not a regular file; write to \"-\" and redirect instead");
     if (policy == Replace::Always) return;

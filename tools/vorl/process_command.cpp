@@ -311,7 +311,9 @@ void check_paths(const Options &o) {
         const bool typed = out == o.out && !o.type.empty();
         if (out.empty() || out == "-" || typed) continue;
         if (is_video_container(out) && !video_in)
-            cli::usage_error(out + ": a video file's audio can only be replaced from a video input");
+            cli::usage_error(out + ": an MP4, MOV or Matroska output is the input video with its sound replaced, "
+                                   "so it needs such an input; for sound alone write .wav, .flac, .ogg, .opus "
+                                   "or .mp3");
         if (!is_video_container(out) && format_for_extension(out) == 0)
             cli::usage_error(out + ": cannot tell the format from the file name; use .wav, .flac, .aiff, .mp4, ... or --type");
     }
