@@ -242,8 +242,10 @@ std::string curves_json(const st_vorl &p) {
 // Reads one curve's node values into `values`, checking count and bins.
 void read_nodes(const json &v, const std::string &where, const char *key, const uint8_t *band_bins, int count,
                 float *values) {
-    if (!v.is_array() || static_cast<int>(v.size()) != count)
-        fail(where, "expected an array of " + std::to_string(count) + " nodes");
+    if (!v.is_array()) fail(where, "expected an array of " + std::to_string(count) + " nodes, found " + v.type_name());
+    if (static_cast<int>(v.size()) != count)
+        fail(where, "expected " + std::to_string(count) + " nodes, found " + std::to_string(v.size()) +
+                        " (a node's value may change, not the nodes themselves)");
     for (int n = 0; n < count; ++n) {
         const std::string at = where + "[" + std::to_string(n) + "]";
         const json &node = v[static_cast<std::size_t>(n)];
