@@ -138,7 +138,7 @@ LV2_Handle instantiate(const LV2_Descriptor *, double rate, const char *, const 
     auto *p = new (std::nothrow) Plugin;
     if (p == nullptr) return nullptr;
     LV2_Log_Log *log = nullptr;
-    for (int i = 0; features[i] != nullptr; ++i) {
+    for (int i = 0; features != nullptr && features[i] != nullptr; ++i) {
         if (std::strcmp(features[i]->URI, LV2_URID__map) == 0)
             p->map = static_cast<LV2_URID_Map *>(features[i]->data);
         else if (std::strcmp(features[i]->URI, LV2_WORKER__schedule) == 0)
@@ -148,19 +148,21 @@ LV2_Handle instantiate(const LV2_Descriptor *, double rate, const char *, const 
     }
     // The host's log needs mapped message types.
     lv2_log_logger_init(&p->logger, p->map, p->map != nullptr ? log : nullptr);
-    if (p->map == nullptr) {
-        lv2_log_error(&p->logger, "vorl.lv2: the host does not provide urid:map\n");
-        delete p;
-        return nullptr;
-    }
     if (rate != 48000.0)
         lv2_log_warning(&p->logger, "vorl.lv2: running at %.0f Hz; tuning tables are made for 48000 Hz\n", rate);
-    LV2_URID_Map *m = p->map;
-    auto id = [m](const char *uri) { return m->map(m->handle, uri); };
-    p->uris = {id(LV2_ATOM__Path), id(LV2_ATOM__URID), id(LV2_ATOM__Object),
-               id(LV2_PATCH__Set), id(LV2_PATCH__Get), id(LV2_PATCH__property), id(LV2_PATCH__value),
-               id(VORL_LV2_TABLE)};
-    lv2_atom_forge_init(&p->forge, m);
+    // Without mapped URIs (a plain host such as a batch file processor) the
+    // audio and control ports work, with the built-in table: the table
+    // parameter and its saved state travel as atoms, which need them.
+    if (LV2_URID_Map *m = p->map) {
+        auto id = [m](const char *uri) { return m->map(m->handle, uri); };
+        p->uris = {id(LV2_ATOM__Path), id(LV2_ATOM__URID), id(LV2_ATOM__Object),
+                   id(LV2_PATCH__Set), id(LV2_PATCH__Get), id(LV2_PATCH__property), id(LV2_PATCH__value),
+                   id(VORL_LV2_TABLE)};
+        lv2_atom_forge_init(&p->forge, m);
+    } else {
+        lv2_log_note(&p->logger, "vorl.lv2: the host does not map URIs (urid:map): the built-in table is used and "
+                                 "no other can be set\n");
+    }
     if (p->runner.load(builtin_table()) != VORL_OK) {
         delete p;
         return nullptr;
@@ -204,7 +206,7 @@ void request_load(Plugin &p, const char *path, std::size_t len) {
 // patch:Set of the table path loads it; patch:Get asks for the current one.
 void handle_messages(Plugin &p) {
     const auto *seq = static_cast<const LV2_Atom_Sequence *>(p.ports[kControl]);
-    if (seq == nullptr) return;
+    if (seq == nullptr || p.map == nullptr) return;
     const Uris &u = p.uris;
     LV2_ATOM_SEQUENCE_FOREACH(seq, ev) {
         if (ev->body.type != u.atom_object) continue;
@@ -226,7 +228,7 @@ void handle_messages(Plugin &p) {
 
 void announce_path(Plugin &p) {
     auto *out = static_cast<LV2_Atom_Sequence *>(p.ports[kNotify]);
-    if (out == nullptr) return;
+    if (out == nullptr || p.map == nullptr) return;
     const uint32_t capacity = out->atom.size;
     lv2_atom_forge_set_buffer(&p.forge, reinterpret_cast<uint8_t *>(out), capacity);
     LV2_Atom_Forge_Frame seq_frame, obj_frame;
@@ -313,6 +315,7 @@ LV2_State_Status save(LV2_Handle h, LV2_State_Store_Function store, LV2_State_Ha
 LV2_State_Status restore(LV2_Handle h, LV2_State_Retrieve_Function retrieve, LV2_State_Handle sh, uint32_t,
                          const LV2_Feature *const *features) {
     auto &p = *static_cast<Plugin *>(h);
+    if (p.map == nullptr) return LV2_STATE_SUCCESS;  // no keys to ask for: the built-in table stays
     std::size_t size = 0;
     uint32_t type = 0, flags = 0;
     const void *value = retrieve(sh, p.uris.table, &size, &type, &flags);

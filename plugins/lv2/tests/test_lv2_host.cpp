@@ -100,12 +100,13 @@ struct Host {
     alignas(8) uint8_t in_seq[4096] = {}, out_seq[4096] = {};
     LV2_Atom_Forge forge{};
 
-    explicit Host(void *lib) {
+    // `features`: false for a host that offers none at all.
+    explicit Host(void *lib, bool features = true) {
         desc = reinterpret_cast<const LV2_Descriptor *(*)(uint32_t)>(dlsym(lib, "lv2_descriptor"))(0);
         const LV2_Feature map_f{LV2_URID__map, &map}, work_f{LV2_WORKER__schedule, &schedule},
             log_f{LV2_LOG__log, &log};
-        const LV2_Feature *features[] = {&map_f, &work_f, &log_f, nullptr};
-        plugin = desc->instantiate(desc, 48000, "", features);
+        const LV2_Feature *offered[] = {&map_f, &work_f, &log_f, nullptr};
+        plugin = desc->instantiate(desc, 48000, "", features ? offered : offered + 3);
         for (uint32_t p = 4; p < 11; ++p) desc->connect_port(plugin, p, &controls[p - 4]);
         desc->connect_port(plugin, 11, in_seq);
         desc->connect_port(plugin, 12, out_seq);
@@ -243,6 +244,14 @@ TEST_F(Lv2Host, TablePathIsLoadedAnnouncedKeptInStateAndCheckedFirst) {
     EXPECT_EQ(restored.process(), with_table);
 
     EXPECT_TRUE(set.logged.empty());
+
+    // A host that maps no URIs (a batch file processor) gets the built-in
+    // table's output; a table path sent anyway is not read.
+    Host plain(lib_, false);
+    ASSERT_NE(plain.plugin, nullptr);
+    plain.message(&table_);
+    EXPECT_TRUE(plain.jobs.empty());
+    EXPECT_EQ(plain.process(), builtin);
 
     // A damaged or truncated table file, or one that breaks a rule, leaves
     // the built-in table in use, and the host's log names the file and why.
