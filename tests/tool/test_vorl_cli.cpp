@@ -428,6 +428,20 @@ TEST(VorlProcess, UsageErrorsExitWithOne) {
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.wav", "--audio-codec", "aac"}).exit_code, 1);
     EXPECT_EQ(box.vorl({"process", "in.wav", "out.mp4"}).exit_code, 1);  // no video to copy
     EXPECT_EQ(box.files(), std::vector<std::string>{"in.wav"});
+
+    // A slip of the keyboard gets the name meant; another word gets none.
+    const std::pair<std::vector<std::string>, std::string> slips[] = {
+        {{"porcess", "in.wav", "out.wav"}, "unknown command \"porcess\"; did you mean process?"},
+        {{"table", "chek", "t.tbl"}, "unknown table command \"chek\"; did you mean check?"},
+        {{"process", "in.wav", "out.wav", "--zoomin", "1-2"}, "unknown option --zoomin; did you mean --zoom-in?"},
+        {{"process", "in.wav", "out.wav", "--tabel=t.tbl"}, "unknown option --tabel=t.tbl; did you mean --table?"},
+        {{"process", "in.wav", "out.wav", "--frobnicate"}, "unknown option --frobnicate (see: vorl process --help)"},
+    };
+    for (const auto &[args, message] : slips) {
+        const RunResult r = box.vorl(args);
+        EXPECT_EQ(r.exit_code, 1);
+        EXPECT_TRUE(contains(r.err, message)) << r.err;
+    }
 }
 
 TEST(VorlProcess, NeverWritesOverItsInputEvenThroughAnotherPath) {

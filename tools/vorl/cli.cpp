@@ -76,7 +76,12 @@ ParsedArgs parse_args(int argc, char **argv, int first, const std::vector<Option
             for (const auto &s : defs)
                 if (s.short_name == arg[1]) def = &s;
         }
-        if (def == nullptr) usage_error("unknown option " + arg + " (see: vorl " + command + " --help)");
+        if (def == nullptr) {
+            std::vector<std::string> known;
+            for (const auto &d : defs) known.push_back("--" + d.name);
+            const std::string typed = arg.substr(0, arg.find('='));
+            usage_error("unknown option " + arg + did_you_mean(typed, known) + " (see: vorl " + command + " --help)");
+        }
         if (def->takes_value && !has_inline_value) {
             if (i + 1 >= argc) usage_error("option --" + def->name + " needs a value (see: vorl " + command + " --help)");
             value = argv[++i];
@@ -93,6 +98,36 @@ void expect_positional(const ParsedArgs &args, std::size_t n, const std::string 
     if (args.positional.size() != n)
         usage_error(std::string(args.positional.size() < n ? "missing" : "too many") +
                     " arguments; usage: vorl " + command + " " + synopsis);
+}
+
+namespace {
+
+// Edits (insertions, deletions, substitutions, swaps of neighbours) from a to b.
+std::size_t edit_distance(const std::string &a, const std::string &b) {
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+    for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i)
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    return d[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::string did_you_mean(const std::string &word, const std::vector<std::string> &known) {
+    const std::string *best = nullptr;
+    std::size_t best_distance = 0;
+    for (const std::string &k : known) {
+        const std::size_t d = edit_distance(word, k);
+        if (best == nullptr || d < best_distance) best = &k, best_distance = d;
+    }
+    // Near enough to be a slip, not another word: two edits at most, one for short names.
+    const std::size_t allowed = word.size() <= 4 ? 1 : 2;
+    return best != nullptr && best_distance > 0 && best_distance <= allowed ? "; did you mean " + *best + "?" : "";
 }
 
 }  // namespace vorl::cli

@@ -66,4 +66,8 @@ void one_standard_input(const std::vector<std::string> &inputs);
 // printable ASCII shown as \xNN, cut after `limit` characters.
 std::string excerpt(const std::string &text, std::size_t limit = 60);
 
+// "; did you mean NAME?" for the known name nearest to a mistyped `word`
+// (a slip of a letter or two, or a missing dash), "" when none is near.
+std::string did_you_mean(const std::string &word, const std::vector<std::string> &known);
+
 }  // namespace vorl::cli

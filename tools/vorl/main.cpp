@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "cli.h"
 #include "commands.h"
@@ -98,7 +99,12 @@ int dispatch(int argc, char **argv) {
     const Group *group = nullptr;
     for (const Group &g : kGroups)
         if (word == g.name) group = &g;
-    if (group == nullptr) vorl::cli::usage_error("unknown command \"" + word + "\" (see: vorl --help)");
+    if (group == nullptr) {
+        std::vector<std::string> known;
+        for (const Command &c : kCommands) known.push_back(*c.group ? c.group : c.name);
+        vorl::cli::usage_error("unknown command \"" + word + "\"" + vorl::cli::did_you_mean(word, known) +
+                               " (see: vorl --help)");
+    }
 
     const std::string sub = argc > 2 ? argv[2] : "";
     for (const Command &c : kCommands)
@@ -112,7 +118,11 @@ int dispatch(int argc, char **argv) {
         print_commands(stderr, word);
         return vorl::cli::kExitUsage;
     }
-    vorl::cli::usage_error("unknown " + word + " command \"" + sub + "\" (see: vorl " + word + " --help)");
+    std::vector<std::string> known;
+    for (const Command &c : kCommands)
+        if (word == c.group) known.push_back(c.name);
+    vorl::cli::usage_error("unknown " + word + " command \"" + sub + "\"" + vorl::cli::did_you_mean(sub, known) +
+                           " (see: vorl " + word + " --help)");
 }
 
 }  // namespace
