@@ -53,7 +53,8 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     256 * (b + 1).
 
     Warns (InputWarning) of what the tool warns of in its input."""
-    out, gain, problems = _vorl.process(_samples(audio), drive, table, pulse, dc_cut, strength, prime, gains, force)
+    audio = _samples(audio)
+    out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains, force)
     # Likely another take's drive state. Rows for the blocks that flush the
     # delay at the end are used, as the tool's ranges give them.
     blocks, rows = -(-len(audio) // BLOCK_FRAMES), 0 if drive is None else len(drive)

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -251,8 +251,7 @@ int run_measure(int argc, char **argv, int first) {
         cli::warn(cli::input_name(args.positional[1]) + " equals " + cli::input_name(args.positional[0]) +
                   " during the drives: there is no drive noise to measure (is NOISY the recording before removal?)");
     const double block_s = kBlock / static_cast<double>(rates[0]);
-    Figures figures;
-    figures.add("during drives", drives.blocks, block_s, {{"noise attenuation", drives.attenuation_db()}});
+    std::vector<std::pair<std::string, double>> during = {{"noise attenuation", drives.attenuation_db()}};
     if (args.has("ceiling")) {
         const float floor =
             (args.has("table") ? read_table(args.value("table")) : default_table()).st_vorl.nr_floor_coef;
@@ -261,11 +260,12 @@ int run_measure(int argc, char **argv, int first) {
         auto reach = [&](ContentDifference content) {
             return difference_model_reach(clean, noisy, frames, words, floor, content).drives.attenuation_db();
         };
-        figures.groups.back().values.insert(figures.groups.back().values.end(),
-                                            {{"oracle", oracle},
-                                             {"engine's reach", reach(ContentDifference::heard)},
-                                             {"reach, scene mono", reach(ContentDifference::ignored)}});
+        during.insert(during.end(), {{"oracle", oracle},
+                                     {"engine's reach", reach(ContentDifference::heard)},
+                                     {"reach, scene mono", reach(ContentDifference::ignored)}});
     }
+    Figures figures;
+    figures.add("during drives", drives.blocks, block_s, std::move(during));
     figures.add("outside drives", outside.blocks, block_s,
                 {{"level change", outside.level_change_db()}, {"difference energy", outside.difference_db()}});
     if (wind.blocks > 0)
