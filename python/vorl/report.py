@@ -397,10 +397,9 @@ def main(argv=None):
                         help="the time-aligned output of vorl process (default: processed here)")
     parser.add_argument("--drive", metavar="FILE",
                         help="drive file, one \"zoom af wind\" line per block (default: detected, as vorl process does)")
-    for option, what in (("zoom-in", "zoom-in drive"), ("zoom-out", "zoom-out drive"), ("af", "autofocus drive"),
-                         ("wind", "wind present")):
-        parser.add_argument(f"--{option}", metavar="RANGES", action="append",
-                            help=f"{what}, as for vorl process: e.g. 1.5-3.2,8-9.25 or 1:02.5-1:04")
+    for option, what in (("zoom-in", "zoom-in drive, as for vorl process: e.g. 1.5-3.2,8-9.25 or 1:02.5-1:04"),
+                         ("zoom-out", "zoom-out drive"), ("af", "autofocus drive"), ("wind", "wind present")):
+        parser.add_argument(f"--{option}", metavar="RANGES", action="append", help=what)
     parser.add_argument("--table", metavar="T", help="tuning table (default: the built-in table)")
     parser.add_argument("--section", metavar="RANGE",
                         help="draw only this part, e.g. 30:00-30:20 (the whole recording is processed, as vorl "
