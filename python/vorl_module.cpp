@@ -22,6 +22,7 @@
 #include "table_curves.h"
 #include "table_json.h"
 #include "table_rules.h"
+#include "measure_figures.h"
 #include "time_alignment.h"
 #include "table_store.h"
 
@@ -243,6 +244,30 @@ std::pair<Words, std::vector<std::string>> drive_from_range_options(const std::m
     return {array_of(words), schedule.mismatches(frames, rate, audio)};
 }
 
+// The figures of "vorl measure --json" for three time-aligned recordings
+// of one length at `rate` Hz and their drive words per block (blocks past
+// the drive's end idle); with `ceiling` the yardsticks that know the noise,
+// at the floor of `table`.
+std::string measure(const Pcm &clean, const Pcm &noisy, const Pcm &processed, const py::object &drive, int rate,
+                    bool ceiling, const py::object &table) {
+    for (const Pcm *a : {&clean, &noisy, &processed}) check_stereo(*a);
+    if (clean.shape(0) != noisy.shape(0) || processed.shape(0) != noisy.shape(0))
+        throw py::value_error("clean, noisy and processed must be of one length (" + std::to_string(clean.shape(0)) +
+                              ", " + std::to_string(noisy.shape(0)) + ", " + std::to_string(processed.shape(0)) +
+                              " frames)");
+    vorl::check_sample_rate(rate, "audio");
+    const vorl::DriveSchedule schedule = vorl::DriveSchedule::from_words(words_of(drive));
+    const float floor = table_of(table).st_vorl.nr_floor_coef;
+    const auto frames = static_cast<std::size_t>(noisy.shape(0));
+    const vorl::BlockWordsAt words = [&](std::size_t b) { return schedule.at(static_cast<int64_t>(b), rate); };
+    py::gil_scoped_release unlocked;
+    const vorl::DriveMeasure m = vorl::measure_drives(clean.data(), noisy.data(), processed.data(), frames, words);
+    return vorl::measure_figures(
+               m, rate, ceiling ? vorl::ceiling_figures(clean.data(), noisy.data(), frames, words, floor)
+                                : vorl::NamedFigures{})
+        .json();
+}
+
 // Why `other` is not time-aligned with `reference` (as "vorl measure" says
 // it), or "" when it is or no lag stands out.
 std::string misalignment(const Pcm &reference, const Pcm &other, int rate, const std::string &name,
@@ -344,6 +369,7 @@ PYBIND11_MODULE(_vorl, m) {
     m.def("read_audio", &read_audio, py::arg("path"));
     m.def("read_drive", &read_drive, py::arg("path"));
     m.def("misalignment", &misalignment);
+    m.def("measure", &measure);
     m.def("channel_fault", &channel_fault);
     m.def("drive_for_recording", &drive_for_recording);
     m.def("drive_from_range_options", &drive_from_range_options);

@@ -40,6 +40,24 @@ def test_process_is_the_tools_output(demo, tmp_path):
     assert during[:, 10:100].mean() < idle[:, 10:100].mean()
 
 
+def test_measure_is_the_tools_figures(demo, tmp_path):
+    clean, rate = vorl.read_audio(demo / "clean.wav")
+    noisy, _ = vorl.read_audio(demo / "noisy.wav")
+    drive = vorl.read_drive(demo / "drive.txt")
+    processed = vorl.process(noisy, drive)
+    run_tool("process", demo / "noisy.wav", tmp_path / "out.wav", "--drive", demo / "drive.txt", "-q")
+    tool = json.loads(run_tool("measure", demo / "clean.wav", demo / "noisy.wav", tmp_path / "out.wav", "--drive",
+                               demo / "drive.txt", "--ceiling", "--json").stdout)
+    assert vorl.measure(clean, noisy, processed, drive, rate, ceiling=True) == tool
+    assert tool["during_drives"]["noise_attenuation_db"] > 10
+    assert vorl.measure(clean, noisy, clean, drive)["during_drives"]["noise_attenuation_db"] is None  # all removed
+    late = np.concatenate([np.zeros((768, 2), np.int16), processed[:-768]])
+    with pytest.raises(vorl.Error, match="processed runs 768 frames .* late against noisy"):
+        vorl.measure(clean, noisy, late, drive)
+    with pytest.raises(ValueError, match="one length"):
+        vorl.measure(clean[:1000], noisy, processed, drive)
+
+
 def test_input_faults_are_warned_of(demo, tmp_path, recwarn):
     audio, _ = vorl.read_audio(demo / "noisy.wav")
     drive = vorl.read_drive(demo / "drive.txt")

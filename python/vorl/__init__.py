@@ -26,7 +26,7 @@ from . import _vorl
 __all__ = ["BLOCK_FRAMES", "DELAY_FRAMES", "TABLE_BYTES", "Error", "InputWarning", "process", "read_audio",
            "read_drive", "drive_from_ranges", "default_table", "read_table", "write_table", "write_atomically",
            "check_table", "seal_table", "table_to_json", "table_from_json", "table_to_dict", "table_from_dict",
-           "detect", "fit"]
+           "detect", "fit", "measure"]
 
 
 class InputWarning(UserWarning):
@@ -55,16 +55,43 @@ def process(audio, drive=None, table=None, pulse=False, dc_cut=False, strength=1
     Warns (InputWarning) of what the tool warns of in its input."""
     audio = _samples(audio)
     out, gain, problems = _vorl.process(audio, drive, table, pulse, dc_cut, strength, prime, gains, force)
-    # Likely another take's drive state. Rows for the blocks that flush the
-    # delay at the end are used, as the tool's ranges give them.
-    blocks, rows = -(-len(audio) // BLOCK_FRAMES), 0 if drive is None else len(drive)
-    if drive is not None and not blocks <= rows <= -(-(len(audio) + DELAY_FRAMES) // BLOCK_FRAMES):
-        rest = "the blocks past its end are idle" if rows < blocks else "the rows past the audio's end are unused"
-        problems = [f"drive has {rows} rows, but the audio has {blocks} blocks of {BLOCK_FRAMES} frames; {rest}",
-                    *problems]
-    for problem in problems:
+    for problem in _drive_length(drive, len(audio), DELAY_FRAMES) + problems:
         warnings.warn(problem, InputWarning, stacklevel=2)
     return (out, gain) if gains else out
+
+
+def _drive_length(drive, frames, flush=0):
+    """Why `drive` likely belongs to another take: rows for fewer blocks
+    than `frames` has, or for more (beyond those of the `flush` frames
+    that follow, as the tool's ranges give them)."""
+    blocks, rows = -(-frames // BLOCK_FRAMES), 0 if drive is None else len(drive)
+    if drive is None or blocks <= rows <= -(-(frames + flush) // BLOCK_FRAMES):
+        return []
+    rest = "the blocks past its end are idle" if rows < blocks else "the rows past the audio's end are unused"
+    return [f"drive has {rows} rows, but the audio has {blocks} blocks of {BLOCK_FRAMES} frames; {rest}"]
+
+
+def measure(clean, noisy, processed, drive, rate=48000, ceiling=False, table=None):
+    """The figures of ``vorl measure --json`` as a dict: for recordings
+    (int16, shape (frames, 2), one length, time-aligned as process() gives
+    them) of the scene without drive noise, with it, and processed, and the
+    drive words per block (as for process), e.g.
+    ``measure(...)["during_drives"]["noise_attenuation_db"]``. Groups
+    "during_drives", "outside_drives" ("level_change_db",
+    "difference_energy_db") and, when wind blows outside drives,
+    "during_wind_outside_drives", each with "blocks" and "seconds"; a figure
+    that is infinite is None. ceiling=True adds the oracle and the engine's
+    reach during drives (at the floor of `table`, default the built-in
+    table's). Raises Error for a recording that is not time-aligned with
+    `noisy` or holds its channels swapped or inverted."""
+    clean, noisy, processed = _samples(clean), _samples(noisy), _samples(processed)
+    for other, name in ((clean, "clean"), (processed, "processed")):
+        fault = _vorl.misalignment(noisy, other, rate, name, "noisy") or _vorl.channel_fault(noisy, other, name, "noisy")
+        if fault:
+            raise Error(f"{fault}: the figures compare the recordings sample by sample")
+    for problem in _drive_length(drive, len(noisy)):
+        warnings.warn(problem, InputWarning, stacklevel=2)
+    return json.loads(_vorl.measure(clean, noisy, processed, drive, rate, ceiling, table))
 
 
 def _samples(audio):

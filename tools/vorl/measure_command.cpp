@@ -7,13 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "cli.h"
 #include "commands.h"
-#include "drive_ceilings.h"
 #include "drive_measure.h"
 #include "drive_options.h"
+#include "measure_figures.h"
 #include "recordings.h"
 #include "table_store.h"
 #include "time_alignment.h"
@@ -151,58 +149,6 @@ void check_channels(const Span &span, const std::vector<std::string> &names) {
             cli::input_error(fault + ": the figures compare the recordings channel by channel");
 }
 
-// The figures measured, by group ("during drives", ...), each in dB, for
-// a reader or for a script.
-struct Figures {
-    struct Group {
-        std::string name;
-        int64_t blocks;
-        double seconds;
-        std::vector<std::pair<std::string, double>> values;
-    };
-    std::vector<Group> groups;
-
-    void add(std::string name, int64_t blocks, double block_s, std::vector<std::pair<std::string, double>> values) {
-        groups.push_back({std::move(name), blocks, blocks * block_s, std::move(values)});
-    }
-
-    std::string text() const {
-        std::string out;
-        char line[96];
-        for (const Group &g : groups) {
-            std::snprintf(line, sizeof line, "%s: %lld blocks (%.2f s)\n", g.name.c_str(),
-                          static_cast<long long>(g.blocks), g.seconds);
-            out += line;
-            for (const auto &[name, db] : g.values) {
-                std::snprintf(line, sizeof line, "  %-19s %6.2f dB\n", (name + ":").c_str(), db);
-                out += line;
-            }
-        }
-        return out;
-    }
-
-    // {"during_drives": {"blocks": 638, "seconds": 3.40, "noise_attenuation_db": 12.9, ...}, ...};
-    // an infinite figure (nothing left, or nothing to compare) is null.
-    std::string json() const {
-        auto key = [](std::string name) {
-            name.erase(std::remove(name.begin(), name.end(), '\''), name.end());
-            std::replace_if(name.begin(), name.end(), [](char c) { return c == ' ' || c == ','; }, '_');
-            name.erase(std::unique(name.begin(), name.end(), [](char a, char b) { return a == '_' && b == '_'; }),
-                       name.end());
-            return name;
-        };
-        nlohmann::ordered_json out = nlohmann::ordered_json::object();
-        for (const Group &g : groups) {
-            nlohmann::ordered_json &group = out[key(g.name)];
-            group["blocks"] = g.blocks;
-            group["seconds"] = g.seconds;
-            for (const auto &[name, db] : g.values)
-                group[key(name) + "_db"] = std::isfinite(db) ? nlohmann::ordered_json(db) : nlohmann::ordered_json();
-        }
-        return out.dump(2) + "\n";
-    }
-};
-
 }  // namespace
 
 int run_measure(int argc, char **argv, int first) {
@@ -246,30 +192,16 @@ int run_measure(int argc, char **argv, int first) {
         return drive.at_engine_rate(static_cast<int64_t>(b + span.first_block), rates[0], engine_rate);
     };
     const DriveMeasure m = measure_drives(clean, noisy, processed, frames, words);
-    const EnergySums &drives = m.drives, &outside = m.outside, &wind = m.wind;
-    if (drives.blocks > 0 && drives.noise <= 0.0)
+    if (m.drives.blocks > 0 && m.drives.noise <= 0.0)
         cli::warn(cli::input_name(args.positional[1]) + " equals " + cli::input_name(args.positional[0]) +
                   " during the drives: there is no drive noise to measure (is NOISY the recording before removal?)");
-    const double block_s = kBlock / static_cast<double>(rates[0]);
-    std::vector<std::pair<std::string, double>> during = {{"noise attenuation", drives.attenuation_db()}};
+    NamedFigures yardsticks;
     if (args.has("ceiling")) {
         const float floor =
             (args.has("table") ? read_table(args.value("table")) : default_table()).st_vorl.nr_floor_coef;
-        const std::vector<int16_t> ideal = oracle_output(clean, noisy, frames, words);
-        const double oracle = measure_drives(clean, noisy, ideal.data(), frames, words).drives.attenuation_db();
-        auto reach = [&](ContentDifference content) {
-            return difference_model_reach(clean, noisy, frames, words, floor, content).drives.attenuation_db();
-        };
-        during.insert(during.end(), {{"oracle", oracle},
-                                     {"engine's reach", reach(ContentDifference::heard)},
-                                     {"reach, scene mono", reach(ContentDifference::ignored)}});
+        yardsticks = ceiling_figures(clean, noisy, frames, words, floor);
     }
-    Figures figures;
-    figures.add("during drives", drives.blocks, block_s, std::move(during));
-    figures.add("outside drives", outside.blocks, block_s,
-                {{"level change", outside.level_change_db()}, {"difference energy", outside.difference_db()}});
-    if (wind.blocks > 0)
-        figures.add("during wind outside drives", wind.blocks, block_s, {{"noise attenuation", wind.attenuation_db()}});
+    const MeasureFigures figures = measure_figures(m, rates[0], std::move(yardsticks));
     const std::string text = args.has("json") ? figures.json() : figures.text();
     std::fputs(text.c_str(), stdout);
     return cli::kExitOk;
