@@ -86,9 +86,12 @@ def measure(clean, noisy, processed, drive, rate=48000, ceiling=False, table=Non
     `noisy` or holds its channels swapped or inverted."""
     clean, noisy, processed = _samples(clean), _samples(noisy), _samples(processed)
     for other, name in ((clean, "clean"), (processed, "processed")):
-        fault = _vorl.misalignment(noisy, other, rate, name, "noisy") or _vorl.channel_fault(noisy, other, name, "noisy")
+        late = _vorl.misalignment(noisy, other, rate, name, "noisy")
+        if late:
+            raise Error(f"{late}: the recordings must be time-aligned")
+        fault = _vorl.channel_fault(noisy, other, name, "noisy")
         if fault:
-            raise Error(f"{fault}: the figures compare the recordings sample by sample")
+            raise Error(f"{fault}: the figures compare the recordings channel by channel")
     for problem in _drive_length(drive, len(noisy)):
         warnings.warn(problem, InputWarning, stacklevel=2)
     return json.loads(_vorl.measure(clean, noisy, processed, drive, rate, ceiling, table))
