@@ -122,8 +122,9 @@ def read_audio(path):
 
 def read_drive(path):
     """A drive file as an int64 array of shape (blocks, 3), read and checked
-    as the tool reads it: one line per block, "zoom af wind"; empty lines
-    and lines starting with # skipped."""
+    as the tool reads it: one line per block, "zoom af wind" (separated by
+    spaces, tabs or commas); empty lines, notes after # and a first line
+    naming the columns skipped."""
     return _vorl.read_drive(os.fspath(path))
 
 

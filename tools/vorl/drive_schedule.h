@@ -21,8 +21,10 @@ struct TimeRange {
 class DriveSchedule {
 public:
     // Parses a drive file: one line per block, three integers "zoom af wind"
-    // (zoom 0..2, af any non-negative 32-bit value, wind 0 or 1). Lines that
-    // are empty or start with '#' are skipped. Input error naming file:line.
+    // (zoom 0..2, af any non-negative 32-bit value, wind 0 or 1), separated
+    // by spaces, tabs, commas or semicolons. Empty lines, notes after '#'
+    // and a first line naming the columns are skipped. Input error naming
+    // file:line.
     static DriveSchedule from_file(const std::string &path);
 
     // A schedule of the given per-block words, treated like a drive file

@@ -1,7 +1,6 @@
 // vorl measure: how much drive noise a processed recording lost, and how
 // much the recording changed where no drive ran.
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <string>
 #include <utility>
